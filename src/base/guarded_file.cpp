@@ -1,0 +1,157 @@
+#include "base/file_object.h"
+
+#include "base/path_lookup.h"
+#include "base/text.h"
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <optional>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace vimbo {
+
+namespace {
+
+constexpr int kMaxLinks = 40; ///< as many as the system itself follows
+constexpr int kMaxNames = 1000;
+constexpr mode_t kPermissionBits = 0777;
+
+/// The folder with its final "/".
+std::string FolderOf(const std::string& path)
+{
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string::npos ? "./" : path.substr(0, slash + 1);
+}
+
+/// Follows links to the file that is really meant, which need not exist. Replacing the link would lose it.
+std::optional<std::string> FollowLinks(std::string path)
+{
+    for (int i = 0; i < kMaxLinks; ++i) {
+        std::array<char, PATH_MAX> link;
+        const ssize_t length = ::readlink(path.c_str(), link.data(), link.size());
+        if (length < 0)
+            return path;
+        const std::string target(link.data(), static_cast<std::size_t>(length));
+        path = target.starts_with('/') ? target : FolderOf(path) + target;
+    }
+    return std::nullopt;
+}
+
+/// Creates a hidden file that no one else has in `folder`. Its name is short, so that long targets have
+/// theirs too.
+int CreateTemporary(const std::string& folder, mode_t mode, std::string& name)
+{
+    static std::atomic<unsigned> serial = 0;
+    for (int i = 0; i < kMaxNames; ++i) {
+        name = folder + ".vimbo-" + std::to_string(::getpid()) + '-' + std::to_string(++serial) + ".tmp";
+        const int descriptor = ::open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode);
+        if (descriptor >= 0 || (errno != EEXIST && errno != EINTR))
+            return descriptor;
+    }
+    return -1;
+}
+
+/// Makes a rename in the folder last. Not every file system can; the new file is in its place either way.
+void SyncFolder(const std::string& folder) noexcept
+{
+    const int descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (descriptor < 0)
+        return;
+    static_cast<void>(::fsync(descriptor));
+    ::close(descriptor);
+}
+
+bool SyncFile(int descriptor) noexcept
+{
+    int result = ::fsync(descriptor);
+    while (result != 0 && errno == EINTR)
+        result = ::fsync(descriptor);
+    return result == 0;
+}
+
+} // namespace
+
+GuardedFile::~GuardedFile()
+{
+    Discard();
+}
+
+void GuardedFile::Discard() noexcept
+{
+    file_.Close();
+    if (descriptor_ >= 0)
+        ::close(descriptor_);
+    descriptor_ = -1;
+    if (!temporary_.empty())
+        ::unlink(temporary_.c_str());
+    temporary_.clear();
+}
+
+bool GuardedFile::Create(std::u16string_view path)
+{
+    Discard();
+    const std::u16string opened = OpenByLookup(
+        path, FileMode::Create, [this](const std::u16string& candidate) { return CreateBeside(candidate); });
+    if (opened.empty())
+        return false;
+    file_.Attach(descriptor_, opened);
+    return true;
+}
+
+bool GuardedFile::CreateBeside(const std::u16string& path)
+{
+    const std::string written = WideToPath(path);
+    if (written.empty() || written.ends_with('/') || written.find('\0') != std::string::npos)
+        return false;
+    std::optional<std::string> target = FollowLinks(written);
+    if (!target)
+        return false;
+    struct stat earlier = {};
+    const bool replaces = ::lstat(target->c_str(), &earlier) == 0;
+    // A rename would put a plain file in the place of a device, and pass over a write protection.
+    if (replaces &&
+        (!S_ISREG(earlier.st_mode) || ::faccessat(AT_FDCWD, target->c_str(), W_OK, AT_EACCESS) != 0))
+        return false;
+
+    // What replaces a private file is private from the first byte on.
+    std::string temporary;
+    const int descriptor = CreateTemporary(FolderOf(*target), replaces ? 0600 : 0666, temporary);
+    if (descriptor < 0)
+        return false;
+    descriptor_ = descriptor;
+    target_ = std::move(*target);
+    temporary_ = std::move(temporary);
+    if (!replaces || ::fchmod(descriptor, earlier.st_mode & kPermissionBits) == 0)
+        return true;
+    Discard();
+    return false;
+}
+
+bool GuardedFile::Commit()
+{
+    if (descriptor_ < 0)
+        return false;
+    file_.Close();
+    struct stat earlier = {};
+    const bool replaces = ::lstat(target_.c_str(), &earlier) == 0;
+    bool whole = !replaces || SyncFile(descriptor_);
+    // Network file systems tell a full disk only here.
+    whole = ::close(descriptor_) == 0 && whole;
+    descriptor_ = -1;
+    whole = whole && std::rename(temporary_.c_str(), target_.c_str()) == 0;
+    if (whole) {
+        temporary_.clear();
+        if (replaces)
+            SyncFolder(FolderOf(target_));
+    }
+    Discard();
+    return whole;
+}
+
+} // namespace vimbo
