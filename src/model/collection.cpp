@@ -1,0 +1,269 @@
+#include "model/collection.h"
+
+#include "base/last_error.h"
+#include "base/text.h"
+#include "model/free_numbers.h"
+#include "model/instrument.h"
+#include "model/record_text.h"
+#include "model/song.h"
+#include "model/synth_model.h"
+#include "model/waveform.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cassert>
+
+namespace vimbo {
+
+namespace {
+
+/// Serials that were used last, by kind: for all collections of the process, which may work on different
+/// threads.
+std::array<std::atomic<std::uint32_t>, kItemKinds> lastSerials{};
+
+std::uint32_t NextSerial(ItemKind kind) noexcept
+{
+    std::atomic<std::uint32_t>& last = lastSerials[static_cast<std::size_t>(kind)];
+    std::uint32_t before = last.load(std::memory_order_relaxed);
+    std::uint32_t serial;
+    do // the two highest serials are reserved
+        serial = before + 1 < NO_WAVEFORM_YET ? before + 1 : 0;
+    while (!last.compare_exchange_weak(before, serial, std::memory_order_relaxed));
+    return serial;
+}
+
+void RecordSerial(ItemHandle used) noexcept
+{
+    std::atomic<std::uint32_t>& last = lastSerials[used.KindIndex()];
+    std::uint32_t before = last.load(std::memory_order_relaxed);
+    while (before < used.Serial() &&
+           !last.compare_exchange_weak(before, used.Serial(), std::memory_order_relaxed)) {
+    }
+}
+
+/// The location word with its banks in another order: clashes are resolved by counting this up.
+constexpr std::uint32_t BankMsbFirst(MidiLocation location) noexcept
+{
+    return location.BankMsb() | location.Program() << 7 | location.BankLsb() << 14 |
+           (location.word & MidiLocation::kDrumBit);
+}
+
+constexpr MidiLocation FromBankMsbFirst(std::uint32_t key) noexcept
+{
+    MidiLocation location;
+    location.SetBankMsb(key);
+    location.SetProgram(key >> 7);
+    location.SetBankLsb(key >> 14);
+    location.SetDrum((key & MidiLocation::kDrumBit) != 0);
+    return location;
+}
+constexpr std::uint32_t kLocationMask = MidiLocation::kDrumBit * 2 - 1;
+
+std::uint32_t SortKey(const Item& item, SortMode mode) noexcept
+{
+    const std::uint32_t word = static_cast<const Instrument&>(item).location.word;
+    return mode == SortMode::ByLocation ? word : (word & MidiLocation::kSevenBits) << 15 | word >> 7;
+}
+
+bool ComesBefore(const Item& a, const Item& b, SortMode mode)
+{
+    const bool aIsInstrument = a.Kind() == ItemKind::Instrument;
+    if (aIsInstrument != (b.Kind() == ItemKind::Instrument))
+        return aIsInstrument;
+    if (aIsInstrument && mode != SortMode::ByName)
+        return SortKey(a, mode) < SortKey(b, mode);
+    return CompareNoCase(a.GetName(), b.GetName()) < 0;
+}
+
+} // namespace
+
+Collection::Collection() : TextItem(ItemKey{}, *this), host_(&SilentHost())
+{
+    handle_ = TakeHandle(kKind);
+    map_.emplace(handle_, nullptr);
+    Link(*this);
+    SetName(u"New collection");
+}
+
+Collection::~Collection() = default;
+
+Item* NextOfKind(const Item& item) noexcept
+{
+    return item.nextOfKind_;
+}
+
+ItemHandle Collection::TakeHandle(ItemKind kind) const noexcept
+{
+    ItemHandle handle;
+    do
+        handle = ItemHandle(kind, NextSerial(kind));
+    while (FindItem(handle) != nullptr);
+    return handle;
+}
+
+void Collection::Install(std::unique_ptr<Item> item, ItemHandle wanted)
+{
+    Item& made = *item;
+    if (wanted.Serial() == ANY_SERIAL)
+        wanted = TakeHandle(wanted.Kind());
+    else
+        RecordSerial(wanted);
+    made.handle_ = wanted;
+    map_.emplace(wanted, std::move(item));
+    Link(made);
+}
+
+void Collection::Link(Item& item) noexcept
+{
+    const auto kind = item.handle_.KindIndex();
+    item.previousOfKind_ = last_[kind];
+    item.nextOfKind_ = nullptr;
+    (last_[kind] != nullptr ? last_[kind]->nextOfKind_ : first_[kind]) = &item;
+    last_[kind] = &item;
+    ++counts_[kind];
+}
+
+void Collection::Unlink(Item& item) noexcept
+{
+    const auto kind = item.handle_.KindIndex();
+    (item.previousOfKind_ != nullptr ? item.previousOfKind_->nextOfKind_ : first_[kind]) = item.nextOfKind_;
+    (item.nextOfKind_ != nullptr ? item.nextOfKind_->previousOfKind_ : last_[kind]) = item.previousOfKind_;
+    --counts_[kind];
+}
+
+Item* Collection::CreateItem(ItemHandle handle)
+{
+    if (handle.Serial() >= NO_WAVEFORM_YET || map_.contains(handle))
+        return nullptr;
+    const auto make = [&]<class T>(T*) -> Item* {
+        auto item = std::make_unique<T>(ItemKey{}, *this);
+        T& made = *item;
+        Install(std::move(item), handle);
+        return &made;
+    };
+    switch (handle.Kind()) {
+    case ItemKind::Waveform:
+        return make(static_cast<Waveform*>(nullptr));
+    case ItemKind::SynthModel:
+        return make(static_cast<SynthModel*>(nullptr));
+    case ItemKind::Region:
+        return make(static_cast<Region*>(nullptr));
+    case ItemKind::Layer:
+        return make(static_cast<Layer*>(nullptr));
+    case ItemKind::Instrument:
+        return make(static_cast<Instrument*>(nullptr));
+    case ItemKind::Track:
+        return make(static_cast<Track*>(nullptr));
+    case ItemKind::Song:
+        return make(static_cast<Song*>(nullptr));
+    case ItemKind::Collection:
+        break;
+    }
+    return nullptr;
+}
+
+Item* Collection::CloneItem(const Item& source)
+{
+    switch (source.Kind()) {
+    case ItemKind::Waveform:
+        return &Clone(static_cast<const Waveform&>(source));
+    case ItemKind::SynthModel:
+        return &Clone(static_cast<const SynthModel&>(source));
+    case ItemKind::Region:
+        return &Clone(static_cast<const Region&>(source));
+    case ItemKind::Layer:
+        return &Clone(static_cast<const Layer&>(source));
+    case ItemKind::Instrument:
+        return &Clone(static_cast<const Instrument&>(source));
+    case ItemKind::Track:
+        return &Clone(static_cast<const Track&>(source));
+    case ItemKind::Song:
+        return &Clone(static_cast<const Song&>(source));
+    case ItemKind::Collection:
+        break;
+    }
+    return nullptr;
+}
+
+void Collection::Destroy(ItemHandle handle)
+{
+    const auto found = map_.find(handle);
+    if (found == map_.end() || !found->second)
+        return;
+    found->second->OnDestroy(); // takes other items out of the map, never this one
+    Unlink(*found->second);
+    map_.erase(found);
+}
+
+Item* Collection::FindItem(ItemHandle handle) const noexcept
+{
+    const auto found = map_.find(handle);
+    if (found == map_.end())
+        return nullptr;
+    return found->second ? found->second.get() : &Owner();
+}
+
+void Collection::Clear()
+{
+    // Parents before children, so that no child searches a long list; the last kinds hold only strays.
+    for (const ItemKind kind : {ItemKind::Song, ItemKind::Instrument, ItemKind::Waveform, ItemKind::Track,
+                                ItemKind::Layer, ItemKind::Region, ItemKind::SynthModel})
+        while (Item* item = First(kind))
+            Destroy(item->Handle());
+    nameCounters_ = {};
+    formatRow = -1;
+    ClearTexts();
+    SetName(u"New collection");
+}
+
+void Collection::Validate()
+{
+    TextItem::Validate();
+    FreeNumbers keys(kLocationMask);
+    for (Instrument& instrument : All<Instrument>())
+        instrument.location = FromBankMsbFirst(keys.Take(BankMsbFirst(instrument.location)));
+}
+
+bool Collection::EnsureData()
+{
+    for (Waveform& wave : All<Waveform>())
+        if (!wave.EnsureData())
+            return false;
+    return TextItem::EnsureData();
+}
+
+void Collection::Serialize(ByteWriter& out) const
+{
+    TextItem::Serialize(out);
+    out.Write(I32le(formatRow));
+}
+
+bool Collection::Deserialize(ByteReader& in)
+{
+    I32le row;
+    if (!TextItem::Deserialize(in))
+        return false;
+    if (!in.Read(row))
+        return Fail(kDamagedRecord);
+    formatRow = row.Get();
+    return true;
+}
+
+void Collection::Sort(std::vector<Item*>& items, SortMode mode) const
+{
+    GetHost().SetStatus(u"Sorting instruments...");
+    std::stable_sort(items.begin(), items.end(),
+                     [mode](const Item* a, const Item* b) { return ComesBefore(*a, *b, mode); });
+    GetHost().SetStatus(u"Done: Sorted items!");
+}
+
+const ImportProcedure* Collection::FindImportProcedure(std::uint64_t id) const noexcept
+{
+    if (id == kGenericImport.id)
+        return &kGenericImport;
+    const auto found = std::find_if(procedures_.begin(), procedures_.end(),
+                                    [id](const ImportProcedure* procedure) { return procedure->id == id; });
+    return found != procedures_.end() ? *found : nullptr;
+}
+
+} // namespace vimbo

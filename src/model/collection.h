@@ -1,0 +1,213 @@
+// The flat set of items that everything is read into and written from.
+#pragma once
+
+#include "base/host.h"
+#include "model/features.h"
+#include "model/text_item.h"
+
+#include <array>
+#include <iterator>
+#include <memory>
+#include <unordered_map>
+
+namespace vimbo {
+
+struct ImportProcedure;
+
+/// Old handle to new handle, while items move between collections.
+class HandleTranslation {
+public:
+    void Add(ItemHandle from, ItemHandle to) { map_[from] = to; }
+    /// NO_ITEM for NO_ITEM and for handles that were never added.
+    ItemHandle operator()(ItemHandle from) const noexcept;
+
+private:
+    std::unordered_map<ItemHandle, ItemHandle, ItemHandleHash> map_;
+};
+
+/// Walks the items of one class in the order of their arrival. Do not add or destroy items of the kind
+/// meanwhile.
+template <class T>
+class ItemsOf;
+
+enum class SortMode { ByName = 1, ByLocation = 2, ByProgram = 3 };
+
+class Collection final : public TextItem {
+public:
+    static constexpr ItemKind kKind = ItemKind::Collection;
+    Collection();
+    ~Collection() override;
+
+    /// Makes an item of class T with the next free serial. An empty name gives the default name of its kind.
+    template <class T>
+    T& Create(std::u16string_view name)
+    {
+        auto item = std::make_unique<T>(ItemKey{}, *this);
+        T& made = *item;
+        Install(std::move(item), ItemHandle(T::kKind, ANY_SERIAL));
+        made.SetName(name);
+        return made;
+    }
+
+    /// A copy under a new serial, without a parent; nested children are copied with it. `source` may live in
+    /// another collection only if it has no children.
+    template <class T>
+    T& Clone(const T& source)
+    {
+        auto item = std::make_unique<T>(ItemKey{}, *this, source);
+        T& made = *item;
+        Install(std::move(item), ItemHandle(T::kKind, ANY_SERIAL));
+        static_cast<Item&>(made).OnCloned(source);
+        return made;
+    }
+
+    /// Clone for a source whose class is not known; null for a collection.
+    Item* CloneItem(const Item& source);
+
+    /// An empty item of exactly that handle, of the class that its kind names; null for kinds above 6, for
+    /// the two reserved serials, and for a handle that is taken.
+    Item* CreateItem(ItemHandle handle);
+    /// Destroys an item and everything nested in it; its slots elsewhere go stale until Validate. Unknown
+    /// handles and the collection itself: nothing.
+    void Destroy(ItemHandle handle);
+
+    Item* FindItem(ItemHandle handle) const noexcept;
+    /// The item of a child slot whose kind is known: only the slot's serial counts.
+    template <class T>
+    T* Find(ItemHandle handle) const noexcept
+    {
+        if (handle == NO_ITEM)
+            return nullptr;
+        return static_cast<T*>(FindItem(ItemHandle(T::kKind, handle.Serial())));
+    }
+    std::size_t CountOf(ItemKind kind) const noexcept { return counts_[static_cast<std::size_t>(kind)]; }
+    /// All items, the collection's own entry included.
+    std::size_t ItemCount() const noexcept { return map_.size(); }
+    template <class T>
+    ItemsOf<T> All() const noexcept;
+    /// The items of class T in a list of their own, for walks that create or destroy.
+    template <class T>
+    std::vector<T*> List() const;
+
+    /// Destroys all songs, instruments and waveforms; row index -1, name "New collection", no source path.
+    void Clear();
+    /// Moves all items of `other` into this collection under new serials; nothing if it holds none.
+    void Merge(Collection& other);
+    /// Makes the MIDI locations of instruments unique: a clash raises the major bank first.
+    void Validate() override;
+    [[nodiscard]] bool EnsureData() override;
+    void Serialize(ByteWriter& out) const override;
+    [[nodiscard]] bool Deserialize(ByteReader& in) override;
+
+    /// Item::EnsureUniqueName on every item of the kind, in the order of arrival, but in time that grows with
+    /// the number of items even if all names are equal. @return true if a name changed.
+    bool MakeNamesUnique(ItemKind kind);
+
+    /// Items in display order: instruments first, by the mode, then everything else by name without regard to
+    /// case.
+    void Sort(std::vector<Item*>& items, SortMode mode) const;
+
+    std::int32_t formatRow = -1; ///< row of the format table that it was loaded through
+    FeatureMask features;
+    bool loading = false; ///< a reader or a state restore is running
+    bool saving = false;  ///< a writer is running
+
+    Host& GetHost() const noexcept { return *host_; }
+    void SetHost(Host& host) noexcept { host_ = &host; }
+    /// The procedures that Deserialize may meet, beside the generic one; the array must outlive the
+    /// collection.
+    void SetImportProcedures(std::span<const ImportProcedure* const> procedures) noexcept
+    {
+        procedures_ = procedures;
+    }
+    const ImportProcedure* FindImportProcedure(std::uint64_t id) const noexcept;
+
+    /// Counters of default names, for TextItem.
+    std::u16string TakeNameNumber(ItemKind kind);
+
+private:
+    friend class Item;
+    void Install(std::unique_ptr<Item> item, ItemHandle wanted);
+    ItemHandle TakeHandle(ItemKind kind) const noexcept;
+    void Link(Item& item) noexcept;
+    void Unlink(Item& item) noexcept;
+    Item* First(ItemKind kind) const noexcept { return first_[static_cast<std::size_t>(kind)]; }
+    template <class T>
+    friend class ItemsOf;
+
+    std::unordered_map<ItemHandle, std::unique_ptr<Item>, ItemHandleHash>
+        map_; ///< null for the collection itself
+    std::array<Item*, kItemKinds> first_{};
+    std::array<Item*, kItemKinds> last_{};
+    std::array<std::size_t, kItemKinds + 1> counts_{};
+    std::array<std::uint32_t, 2> nameCounters_{}; ///< waveforms, instruments
+    Host* host_;
+    std::span<const ImportProcedure* const> procedures_;
+};
+
+template <class T>
+class ItemsOf {
+public:
+    class Iterator {
+    public:
+        using iterator_category = std::forward_iterator_tag;
+        using value_type = T;
+        using difference_type = std::ptrdiff_t;
+        using pointer = T*;
+        using reference = T&;
+        Iterator() = default;
+        explicit Iterator(Item* item) noexcept : item_(item) {}
+        T& operator*() const noexcept { return static_cast<T&>(*item_); }
+        T* operator->() const noexcept { return static_cast<T*>(item_); }
+        Iterator& operator++() noexcept
+        {
+            item_ = ItemsOf::Next(*item_);
+            return *this;
+        }
+        Iterator operator++(int) noexcept
+        {
+            Iterator before = *this;
+            ++*this;
+            return before;
+        }
+        friend bool operator==(const Iterator&, const Iterator&) = default;
+
+    private:
+        Item* item_ = nullptr;
+    };
+
+    explicit ItemsOf(const Collection& collection) noexcept : first_(collection.First(T::kKind)) {}
+    Iterator begin() const noexcept { return Iterator(first_); }
+    Iterator end() const noexcept { return Iterator(); }
+
+private:
+    static Item* Next(const Item& item) noexcept;
+    Item* first_;
+};
+
+/// The next item of the same kind, in order of arrival; null at the end.
+Item* NextOfKind(const Item& item) noexcept;
+
+template <class T>
+Item* ItemsOf<T>::Next(const Item& item) noexcept
+{
+    return NextOfKind(item);
+}
+
+template <class T>
+ItemsOf<T> Collection::All() const noexcept
+{
+    return ItemsOf<T>(*this);
+}
+
+template <class T>
+std::vector<T*> Collection::List() const
+{
+    std::vector<T*> items;
+    items.reserve(CountOf(T::kKind));
+    for (T& item : All<T>())
+        items.push_back(&item);
+    return items;
+}
+
+} // namespace vimbo
