@@ -1,0 +1,233 @@
+#include "cli/convert_job.h"
+
+#include "base/last_error.h"
+#include "base/path.h"
+#include "base/text.h"
+#include "cli/display.h"
+#include "cli/interrupt.h"
+#include "formats/format_choice.h"
+#include "formats/open.h"
+#include "formats/save.h"
+
+#include <exception>
+#include <system_error>
+
+namespace vimbo::cli {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+/// Claims nothing for the job unless it claimed something itself, whatever way it ends.
+class ClaimTurn {
+public:
+    ClaimTurn(OutputClaims& claims, std::size_t job) noexcept : claims_(claims), job_(job) {}
+    ~ClaimTurn() { Pass(); }
+    ClaimTurn(const ClaimTurn&) = delete;
+    ClaimTurn& operator=(const ClaimTurn&) = delete;
+
+    std::vector<bool> Claim(const std::vector<fs::path>& places)
+    {
+        done_ = true;
+        return claims_.Claim(job_, places);
+    }
+    void Pass()
+    {
+        if (!done_)
+            claims_.Pass(job_);
+        done_ = true;
+    }
+
+private:
+    OutputClaims& claims_;
+    std::size_t job_;
+    bool done_ = false;
+};
+
+/// One file to write and what goes into it.
+struct Target {
+    Item* root = nullptr;
+    PlannedJob job;
+};
+
+bool IsReadableKind(const fs::path& path)
+{
+    std::error_code error;
+    const fs::file_status status = fs::status(path, error);
+    return fs::is_regular_file(status) || fs::is_block_file(status) || !fs::exists(status);
+}
+
+bool Load(const PlannedJob& job, const ConvertRun& run, Collection& collection)
+{
+    if (!IsReadableKind(job.input.path)) // reading a pipe would wait for ever
+        return Fail(u"Not a regular file");
+    return LoadFile(collection, PathToWide(job.input.path.native()), run.raw ? AllowRaw::Yes : AllowRaw::No);
+}
+
+/// The item that goes into a single file, null if each waveform needs a file of its own.
+Item* SingleRoot(Collection& collection, const FormatRow& row)
+{
+    if ((row.kinds & kKindCollection) != 0 || collection.CountOf(ItemKind::Waveform) == 0)
+        return &collection;
+    if (collection.CountOf(ItemKind::Waveform) == 1)
+        return collection.List<Waveform>().front();
+    return nullptr;
+}
+
+std::vector<Target> WaveTargets(const PlannedJob& job, Collection& collection, const ConvertRun& run,
+                                ClaimTurn& turn)
+{
+    std::vector<Target> targets;
+    std::vector<fs::path> places;
+    const std::vector<Waveform*> waves = collection.List<Waveform>();
+    for (std::size_t i = 0; i < waves.size(); ++i) {
+        Target target{waves[i], job};
+        target.job.output = NumberedOutput(job.output, i, waves.size(), waves[i]->GetName());
+        places.push_back(run.queries.placeOf(target.job.output));
+        targets.push_back(std::move(target));
+    }
+    const std::vector<bool> isMine = turn.Claim(places);
+    for (std::size_t i = 0; i < targets.size(); ++i) {
+        PlannedJob& wanted = targets[i].job;
+        if (isMine[i]) {
+            wanted.state = JobState::Run;
+            CheckExisting(wanted, run.existing, run.queries);
+        } else {
+            wanted.state = JobState::Fail;
+            wanted.message = Printable(wanted.output.native()) + " is another file of this run";
+        }
+    }
+    return targets;
+}
+
+ConvertReport ReportOf(const PlannedJob& job)
+{
+    ConvertReport report;
+    report.input = job.input.path.native();
+    report.output = job.output.native();
+    report.error = job.message;
+    report.status = job.state == JobState::Skip ? ReportStatus::Skipped : ReportStatus::Failed;
+    return report;
+}
+
+void DescribeEncoding(const Item& root, const ConvertRun& run, ConvertReport& report)
+{
+    if (root.Kind() != ItemKind::Waveform)
+        return;
+    const auto& wave = static_cast<const Waveform&>(root);
+    const FormatRow& row = *FindRow(run.row);
+    float kbit = 0;
+    report.dataFormat =
+        WideToUtf8(DataFormatName(PickDataFormat(wave, run.choice, kbit, row.subFormats, row.variant)));
+    report.channels = PickChannels(wave, run.choice);
+}
+
+bool MakeFolderFor(const fs::path& output)
+{
+    const std::u16string folder = PathToWide(output.parent_path().native());
+    return folder.empty() || MakeDirectories(folder) || Fail(u"Could not create folder " + folder);
+}
+
+bool Write(Target& target, const ConvertRun& run, ConvertReport& report)
+{
+    const fs::path& output = target.job.output;
+    if (!MakeFolderFor(output) || !SaveToPath(target.root, PathToWide(output.native()), run.row, run.choice))
+        return false;
+    std::error_code error;
+    const std::uintmax_t size = fs::file_size(output, error);
+    if (!error)
+        report.bytes = size;
+    return true;
+}
+
+std::string LastErrorText()
+{
+    const std::string text = Printable(LastError());
+    return text.empty() ? "Unknown error" : text;
+}
+
+/// Archives, for example: a folder's conversion does not fail for them.
+bool HoldsNothing(const PlannedJob& job, const Collection& collection)
+{
+    constexpr std::size_t kJustTheCollection = 1;
+    return !job.input.isNamed && collection.ItemCount() <= kJustTheCollection;
+}
+
+ConvertReport Convert(Target& target, const ConvertRun& run)
+{
+    ConvertReport report = ReportOf(target.job);
+    if (target.job.state != JobState::Run)
+        return report;
+    if (target.root->Kind() == ItemKind::Collection &&
+        target.root->Owner().CountOf(ItemKind::Waveform) == 0 && run.dryRun) {
+        report.error = "Empty item - nothing to save";
+        return report;
+    }
+    DescribeEncoding(*target.root, run, report);
+    ClearLastError();
+    if (run.dryRun || Write(target, run, report)) {
+        report.status = run.dryRun ? ReportStatus::WouldConvert : ReportStatus::Converted;
+        return report;
+    }
+    report.error = LastErrorText();
+    return report;
+}
+
+void LeaveOut(ConvertReport& report, std::string why)
+{
+    report.status = ReportStatus::Skipped;
+    report.error = std::move(why);
+}
+
+void ConvertFile(const PlannedJob& job, const ConvertRun& run, ClaimTurn& turn, CliHost& host,
+                 JobResult& result)
+{
+    result.reports.push_back(ReportOf(job));
+    ConvertReport& report = result.reports.back();
+    if (IsInterrupted())
+        return LeaveOut(report, "Cancelled");
+    if (job.state != JobState::Run)
+        return;
+    ClearLastError();
+    Collection collection;
+    collection.SetHost(host);
+    if (!Load(job, run, collection)) {
+        report.error = LastErrorText();
+        return;
+    }
+    if (HoldsNothing(job, collection))
+        return LeaveOut(report, "Holds nothing to convert");
+    result.reports.clear();
+    std::vector<Target> targets;
+    if (Item* root = SingleRoot(collection, *FindRow(run.row)))
+        targets.push_back({root, job});
+    else
+        targets = WaveTargets(job, collection, run, turn);
+    turn.Pass();
+    for (Target& target : targets)
+        result.reports.push_back(Convert(target, run));
+}
+
+} // namespace
+
+JobResult RunConvertJob(const PlannedJob& job, std::size_t index, const ConvertRun& run, OutputClaims& claims,
+                        Console& console) noexcept
+{
+    JobResult result;
+    ClaimTurn turn(claims, index);
+    CliHost host(console, index, {run.raw, false});
+    try {
+        ConvertFile(job, run, turn, host, result);
+    } catch (const std::bad_alloc&) {
+        result.reports.assign(1, ReportOf(job));
+        result.reports.back().error = "Out of memory";
+    } catch (const std::exception& error) {
+        result.reports.assign(1, ReportOf(job));
+        result.reports.back().error = Printable(error.what());
+    }
+    result.messages = host.TakeMessages();
+    console.SetProgress(index, 1);
+    return result;
+}
+
+} // namespace vimbo::cli

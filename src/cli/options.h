@@ -1,0 +1,62 @@
+// The command line as data: what the user asked for, and the parser that finds out.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace vimbo::cli {
+
+/// Exit status of the program.
+inline constexpr int kExitGood = 0;
+inline constexpr int kExitFailed = 1; ///< something could not be read, converted or written
+inline constexpr int kExitUsage = 2;  ///< the command line makes no sense
+
+struct InfoOptions {
+    std::vector<std::string> files;
+    bool json = false;
+    bool raw = false; ///< read unrecognised files as raw samples
+};
+
+enum class ChannelWish { Auto, Mono, Stereo };
+
+struct ConvertOptions {
+    std::vector<std::string> inputs; ///< files and folders
+    std::string type;
+    std::optional<std::string> output; ///< file or folder; none: beside each input
+    std::string dataFormat;            ///< "" for automatic
+    ChannelWish channels = ChannelWish::Auto;
+    float kbit = 0;       ///< 0: the waveform decides
+    std::size_t jobs = 0; ///< 0: all cores
+    bool force = false;
+    bool noClobber = false;
+    bool dryRun = false;
+    bool json = false;
+    bool raw = false;
+};
+
+struct FormatsOptions {
+    std::string extension; ///< "" for all
+    bool read = false;
+    bool write = false;
+    bool json = false;
+    bool markdown = false;
+};
+
+enum class Command { None, Info, Convert, Formats };
+
+struct Options {
+    Command command = Command::None;
+    bool quiet = false;
+    bool verbose = false;
+    InfoOptions info;
+    ConvertOptions convert;
+    FormatsOptions formats;
+};
+
+/// Reads the arguments (without the program's name). Help and version go to stdout, complaints to stderr.
+/// @return the exit status if there is nothing more to do, else nothing, with `options` filled
+std::optional<int> ParseCommandLine(const std::vector<std::string>& arguments, Options& options);
+
+} // namespace vimbo::cli
