@@ -174,17 +174,21 @@ std::string SuggestExtensions(std::u16string_view extension)
 {
     const std::u16string wanted = Fold(extension);
     const std::size_t tolerance = wanted.size() > 3 ? 2 : 1;
-    std::vector<std::string> close;
+    std::vector<std::pair<std::size_t, std::string>> close; // nearest first, then in the table's order
     int index = 0;
     EnumeratedRow row;
     while (EnumRowsForWrite(index, row)) {
-        const std::string name = WideToUtf8(row.extension);
-        const bool isClose = EditDistance(wanted, row.extension) <= tolerance;
-        if (isClose && close.size() < kMaxSuggestions &&
-            std::find(close.begin(), close.end(), name) == close.end())
-            close.push_back(name);
+        const std::pair candidate(EditDistance(wanted, row.extension), WideToUtf8(row.extension));
+        if (candidate.first <= tolerance && std::find(close.begin(), close.end(), candidate) == close.end())
+            close.push_back(candidate);
     }
-    return close.empty() ? "" : fmt::format("; did you mean {}?", fmt::join(close, ", "));
+    std::stable_sort(close.begin(), close.end(),
+                     [](const auto& a, const auto& b) { return a.first < b.first; });
+    close.resize(std::min(close.size(), kMaxSuggestions));
+    std::vector<std::string> names;
+    for (auto& [distance, name] : close)
+        names.push_back(std::move(name));
+    return names.empty() ? "" : fmt::format("; did you mean {}?", fmt::join(names, ", "));
 }
 
 DataFormat FindDataFormat(std::string_view name)

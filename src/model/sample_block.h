@@ -45,7 +45,7 @@ public:
     SampleBlockRef& operator=(SampleBlockRef other) noexcept;
     ~SampleBlockRef();
 
-    /// A block with undefined samples and zeroed guards; empty if memory runs out or channels is 0.
+    /// A block with undefined samples and zeroed guards; empty if memory runs out or channels is not 1 to 4.
     static SampleBlockRef Allocate(std::uint32_t frames, unsigned channels, float rateHz) noexcept;
 
     SampleBlock* Get() const noexcept { return block_; }

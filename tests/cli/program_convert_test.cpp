@@ -92,7 +92,8 @@ TEST_F(ProgramTest, FoldersKeepTheirStructure)
 {
     Put("in/kick.wav", WaveBytes(Samples(1)));
     Put("in/[Snares]/snare.wav", WaveBytes(Samples(2)));
-    Put("in/readme.bin", "no sound in here");
+    Put("[Snares]/rim.wav", WaveBytes(Samples(4)));
+    Put("in/readme.qqq", "no sound in here");
     Put("in/.hidden.wav", WaveBytes(Samples(3)));
     const ProgramResult result = Run({"convert", "in", "-t", "sw", "-o", "out"});
     EXPECT_EQ(result.status, 0) << result.err;
@@ -103,11 +104,11 @@ TEST_F(ProgramTest, FoldersKeepTheirStructure)
     EXPECT_EQ(Snapshot("out"), expected);
 
     const ProgramResult verbose = Run({"convert", "-v", "in", "-t", "sw", "-o", "out", "--no-clobber"});
-    EXPECT_NE(verbose.err.find("vimbo: in/readme.bin: left out"), std::string::npos) << verbose.err;
+    EXPECT_NE(verbose.err.find("vimbo: in/readme.qqq: left out"), std::string::npos) << verbose.err;
     EXPECT_EQ(verbose.out, "0 converted, 2 skipped, 1 not recognised\n");
-    EXPECT_EQ(Run({"convert", "in/[Snares]", "in/kick.wav", "-t", "wav", "-o", "again/"}).status, 0);
+    EXPECT_EQ(Run({"convert", "[Snares]", "in/kick.wav", "-t", "wav", "-o", "again/"}).status, 0);
     EXPECT_EQ(Snapshot("again").size(), 2u);
-    EXPECT_EQ(Run({"convert", "in/readme.bin", "-t", "wav", "-o", "again"}).status, 1)
+    EXPECT_EQ(Run({"convert", "in/readme.qqq", "-t", "wav", "-o", "again"}).status, 1)
         << "named files must be read";
 }
 
@@ -169,8 +170,8 @@ TEST_F(ProgramTest, DryRunsOnlyTell)
 
 TEST_F(ProgramTest, RawFilesAndPipesAndOddNames)
 {
-    Put("dump.bin", std::string(64, '\x10'));
-    EXPECT_EQ(Run({"convert", "dump.bin", "--raw", "-t", "wav", "-o", "dump.wav"}).status, 0);
+    Put("dump.qqq", std::string(64, '\x10'));
+    EXPECT_EQ(Run({"convert", "dump.qqq", "--raw", "-t", "wav", "-o", "dump.wav"}).status, 0);
     EXPECT_EQ(RunJson({"info", "--json", "dump.wav"})[0]["waveforms"][0]["frames"], 64);
 
     ASSERT_EQ(::mkfifo((folder_ / "pipe").c_str(), 0600), 0);

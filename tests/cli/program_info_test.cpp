@@ -57,12 +57,11 @@ TEST_F(ProgramTest, InfoGivesEveryFileAnObject)
 {
     Put("good.wav", WaveBytes(Ramp(4)));
     Put("empty.wav", "");
-    Put("notes.txt.bin", "no format at all");
+    Put("notes.qqq", "no format at all");
     Put("caf\xE9.wav", WaveBytes(Ramp(4)));
     std::filesystem::create_directory(folder_ / "folder");
     const json list = RunJson(
-        {"info", "--json", "good.wav", "missing.wav", "empty.wav", "notes.txt.bin", "caf\xE9.wav", "folder"},
-        1);
+        {"info", "--json", "good.wav", "missing.wav", "empty.wav", "notes.qqq", "caf\xE9.wav", "folder"}, 1);
     ASSERT_EQ(list.size(), 6u);
     EXPECT_FALSE(list[0].contains("error"));
     const char* const errors[] = {"Could not open file", "File is of zero size",
@@ -88,9 +87,9 @@ TEST_F(ProgramTest, InfoTellsPeopleTheSame)
 
 TEST_F(ProgramTest, InfoReadsRawOnlyOnRequest)
 {
-    Put("dump.bin", std::string(100, '\x07'));
-    EXPECT_EQ(Run({"info", "dump.bin"}).status, 1);
-    const json list = RunJson({"info", "--raw", "--json", "dump.bin"});
+    Put("dump.qqq", std::string(100, '\x07'));
+    EXPECT_EQ(Run({"info", "dump.qqq"}).status, 1);
+    const json list = RunJson({"info", "--raw", "--json", "dump.qqq"});
     EXPECT_EQ(list[0]["format"]["row"], 0);
     EXPECT_EQ(list[0]["format"]["confidence"], 0);
     EXPECT_EQ(list[0]["waveforms"][0]["frames"], 100);

@@ -170,19 +170,6 @@ TEST(Region, NameSurvivesItsWaveform)
     EXPECT_TRUE(piano.region.Children().empty());
 }
 
-TEST(Item, PlainItemsHaveNoParameters)
-{
-    Collection items;
-    Track& track = items.Create<Track>(u"t");
-    track.SetParam(kParamWaveRate, 5);
-    track.ClearParam(kParamWaveRate, 5);
-    EXPECT_FALSE(track.IsParamSet(kParamWaveRate));
-    EXPECT_EQ(track.GetParam(kParamWaveRate), 0.0F);
-    EXPECT_TRUE(track.GetParamInfo(kTextName).name.empty());
-    EXPECT_EQ(items.Create<Song>(u"s").GetParamInfo(kTextProduct).hint, u"Album name");
-    EXPECT_TRUE(items.Create<Song>(u"s").GetParamInfo(kParamWaveRate).name.empty());
-}
-
 TEST(MidiLocation, NamesItsBits)
 {
     MidiLocation location;

@@ -113,23 +113,5 @@ TEST(Merge, ManyInstrumentsAtOnePlaceAreQuick)
     EXPECT_EQ(words.size(), 40000u);
 }
 
-TEST(Merge, KeepsTextsAndReaderData)
-{
-    Collection target, source;
-    source.SetName(u"Source");
-    Waveform& wave = source.Create<Waveform>(u"w");
-    wave.SetText(kTextSourcePath, u"w.wav");
-    wave.sourceWord = 4;
-    wave.secondOffset = 0x123456789A;
-    target.Merge(source);
-    EXPECT_EQ(wave.GetSourcePath(), u"w.wav");
-    EXPECT_EQ(wave.sourceWord, 4u);
-    EXPECT_EQ(wave.secondOffset, 0x123456789Au);
-    EXPECT_EQ(source.GetName(), u"Source");
-    EXPECT_EQ(target.GetName(), u"New collection");
-    source.Create<Waveform>(u"again");
-    EXPECT_TRUE(IsConsistent(source));
-}
-
 } // namespace
 } // namespace vimbo

@@ -334,6 +334,11 @@ TEST(Serialize, RefusesWhatNoItemWrites)
         EXPECT_FALSE(TryDamaged(item, record)) << "offset " << c.offset;
         EXPECT_EQ(LastError(), u"Damaged state record");
     }
+    const Item& song = *items.FindItem(ItemHandle(ItemKind::Song, 1));
+    Bytes oddText = Record(song);
+    oddText[26] = std::byte{5};
+    oddText.insert(oddText.begin() + 34, std::byte{'c'});
+    EXPECT_FALSE(TryDamaged(song, oddText));
     Item& region = *items.FindItem(ItemHandle(ItemKind::Region, 1));
     region.AddChild(NO_ITEM);
     const Bytes record = Record(region);

@@ -114,18 +114,6 @@ TEST(TextItem, DefaultNameCountersBelongToTheCollection)
     EXPECT_EQ(busy.Create<Waveform>(u"").GetName(), u"c 0");
 }
 
-TEST(TextItem, HoldsAnImage)
-{
-    Collection items;
-    Song& song = items.Create<Song>(u"x");
-    const std::array image{std::byte{0xFF}, std::byte{0xD8}, std::byte{0}};
-    song.SetImage(image);
-    EXPECT_TRUE(song.HasText(kTextImage));
-    EXPECT_TRUE(std::ranges::equal(song.GetImage(), image));
-    song.SetImage({});
-    EXPECT_FALSE(song.HasText(kTextImage));
-}
-
 TEST(Image, TypeIsToldByContent)
 {
     const std::pair<std::string_view, std::string_view> cases[] = {

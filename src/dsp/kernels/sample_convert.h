@@ -57,8 +57,8 @@ void DecodeSamples(const SampleLayout& layout, std::span<const std::byte> bytes,
                    DeltaState& state) noexcept;
 
 /// Floats to bytes. The input is not prescaled: a peak of exactly 1.0 saturates at the largest code, NaN
-/// gives the code of silence. 8 and 16 bits are rounded half up; 24 and 32 bits are truncated downwards after
-/// adding the offset.
+/// gives the code of silence (floats keep theirs). 8 to 20 bits are rounded half up; 24 and 32 bits are
+/// truncated downwards after adding the offset.
 /// @param bytes at least StoredBytes(layout.coding, in.size())
 void EncodeSamples(const SampleLayout& layout, std::span<const float> in, std::span<std::byte> bytes,
                    DeltaState& state) noexcept;
