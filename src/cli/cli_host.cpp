@@ -6,6 +6,8 @@
 
 #include <fmt/format.h>
 
+#include <optional>
+#include <string>
 #include <utility>
 
 #include <spawn.h>
@@ -17,9 +19,29 @@ namespace {
 
 constexpr std::size_t kRawImportOk = 0; ///< button "OK" of the question "raw-import"
 
-std::size_t AnswerTo(const Question& question, const HostAnswers& answers) noexcept
+/// The button that begins with the number, as in "4-bit".
+std::optional<std::size_t> ButtonOfNumber(const Question& question, unsigned number)
 {
-    return question.key == "raw-import" && answers.raw ? kRawImportOk : question.defaultButton;
+    const std::u16string digits = NarrowToWide(std::to_string(number) + "-");
+    for (std::size_t i = 0; i < question.buttons.size(); ++i) {
+        if (question.buttons[i].starts_with(digits))
+            return i;
+    }
+    return std::nullopt;
+}
+
+/// The answer that an option gives, if one does.
+std::optional<std::size_t> DecidedAnswer(const Question& question, const ReadAnswers& answers)
+{
+    if (question.key == "raw-import" && answers.raw)
+        return kRawImportOk;
+    if (question.key == "bit-packing" && !answers.bitPacking.empty())
+        return answers.bitPacking == "little" ? 1 : 0;
+    if (question.key == "code-bits" && answers.codeBits != 0)
+        return ButtonOfNumber(question, answers.codeBits);
+    if (question.key == "ask-again") // there is no next time
+        return question.defaultButton;
+    return std::nullopt;
 }
 
 } // namespace
@@ -31,10 +53,10 @@ void CliHost::ShowMessage(std::u16string_view text, std::u16string_view, Message
 
 std::size_t CliHost::Ask(const Question& question)
 {
-    const std::size_t answer = AnswerTo(question, answers_);
+    const std::optional<std::size_t> decided = DecidedAnswer(question, answers_.read);
+    const std::size_t answer = decided.value_or(question.defaultButton);
     const bool known = answer < question.buttons.size();
     // What the user decided by an option is no news.
-    const bool decided = question.key == "raw-import" && answers_.raw;
     Keep(decided ? Severity::Detail : Severity::Note,
          fmt::format("{} (answered \"{}\")", Printable(question.text),
                      known ? Printable(question.buttons[answer]) : std::string("OK")));

@@ -3,6 +3,7 @@
 
 #include "base/host.h"
 #include "cli/console.h"
+#include "cli/options.h"
 
 #include <mutex>
 #include <string>
@@ -12,7 +13,7 @@ namespace vimbo::cli {
 
 /// How a host without a person answers.
 struct HostAnswers {
-    bool raw = false;            ///< read unrecognised files as raw samples
+    ReadAnswers read;
     bool openExternally = false; ///< may start the desktop's program for a file
 };
 

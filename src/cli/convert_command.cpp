@@ -94,7 +94,7 @@ InputList CollectInputs(const ConvertOptions& options, bool outputIsFolder, Cons
                     problem.text);
         counts.failed += problem.isError ? 1 : 0;
     }
-    if (!options.raw)
+    if (!options.answers.raw)
         RecogniseInputs(list.files, options.jobs);
     for (const InputFile& file : list.files) {
         if (file.recognised)
@@ -175,8 +175,8 @@ int RunConvert(const ConvertOptions& options, Console& console)
     plan.output = options.output;
     plan.outputIsFolder = options.output && MeansFolder(*options.output, options.inputs);
     plan.existing = RuleForExisting(options);
-    const ConvertRun run{type.row,    choice.choice,  plan.existing,
-                         options.raw, options.dryRun, SystemFileQueries()};
+    const ConvertRun run{type.row,        choice.choice,  plan.existing,
+                         options.answers, options.dryRun, SystemFileQueries()};
 
     Counts counts;
     const InputList inputs = CollectInputs(options, plan.outputIsFolder, console, counts);

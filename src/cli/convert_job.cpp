@@ -48,6 +48,7 @@ private:
 struct Target {
     Item* root = nullptr;
     PlannedJob job;
+    bool isLast = false; ///< the collection is not looked at afterwards
 };
 
 bool IsReadableKind(const fs::path& path)
@@ -61,7 +62,8 @@ bool Load(const PlannedJob& job, const ConvertRun& run, Collection& collection)
 {
     if (!IsReadableKind(job.input.path)) // reading a pipe would wait for ever
         return Fail(u"Not a regular file");
-    return LoadFile(collection, PathToWide(job.input.path.native()), run.raw ? AllowRaw::Yes : AllowRaw::No);
+    return LoadFile(collection, PathToWide(job.input.path.native()),
+                    run.answers.raw ? AllowRaw::Yes : AllowRaw::No);
 }
 
 /// The item that goes into a single file, null if each waveform needs a file of its own.
@@ -131,7 +133,9 @@ bool MakeFolderFor(const fs::path& output)
 bool Write(Target& target, const ConvertRun& run, ConvertReport& report)
 {
     const fs::path& output = target.job.output;
-    if (!MakeFolderFor(output) || !SaveToPath(target.root, PathToWide(output.native()), run.row, run.choice))
+    const SaveOptions save{.lastUse = target.isLast};
+    if (!MakeFolderFor(output) ||
+        !SaveToPath(target.root, PathToWide(output.native()), run.row, run.choice, save))
         return false;
     std::error_code error;
     const std::uintmax_t size = fs::file_size(output, error);
@@ -204,6 +208,8 @@ void ConvertFile(const PlannedJob& job, const ConvertRun& run, ClaimTurn& turn, 
     else
         targets = WaveTargets(job, collection, run, turn);
     turn.Pass();
+    if (!targets.empty())
+        targets.back().isLast = true;
     for (Target& target : targets)
         result.reports.push_back(Convert(target, run));
 }
@@ -215,7 +221,7 @@ JobResult RunConvertJob(const PlannedJob& job, std::size_t index, const ConvertR
 {
     JobResult result;
     ClaimTurn turn(claims, index);
-    CliHost host(console, index, {run.raw, false});
+    CliHost host(console, index, {run.answers, false});
     try {
         ConvertFile(job, run, turn, host, result);
     } catch (const std::bad_alloc&) {

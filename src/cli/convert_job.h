@@ -36,7 +36,7 @@ struct ConvertRun {
     int row = -1;
     FormatChoice choice;
     Existing existing = Existing::Refuse;
-    bool raw = false;
+    ReadAnswers answers;
     bool dryRun = false;
     FileQueries queries;
 };

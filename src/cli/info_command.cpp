@@ -31,12 +31,13 @@ bool Load(const std::string& file, AllowRaw allowRaw, Collection& collection, in
 bool ShowFile(const std::string& file, std::size_t index, const InfoOptions& options, Console& console,
               Json& list)
 {
-    CliHost host(console, index, {options.raw, !options.json});
+    CliHost host(console, index, {options.answers, !options.json});
     Collection collection;
     collection.SetHost(host);
     int confidence = 0;
     ClearLastError();
-    const bool loaded = Load(file, options.raw ? AllowRaw::Yes : AllowRaw::No, collection, confidence);
+    const bool loaded =
+        Load(file, options.answers.raw ? AllowRaw::Yes : AllowRaw::No, collection, confidence);
     for (const HostMessage& message : host.TakeMessages())
         console.Say(message.severity, file, message.text);
     if (!loaded) {

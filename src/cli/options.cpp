@@ -57,12 +57,27 @@ void AddLoudness(CLI::App& app, Options& options)
     app.add_flag("-v,--verbose", options.verbose, "Tell what is done with each file");
 }
 
+void AddAnswers(CLI::App& command, ReadAnswers& answers)
+{
+    command.add_flag("--raw", answers.raw, "Read unrecognised files as raw 8-bit samples");
+    command
+        .add_option("--bit-packing", answers.bitPacking,
+                    "How headerless speech codes lie in their bytes: big (default) or little endian")
+        ->type_name("ORDER")
+        ->check(CLI::IsMember({"big", "little"}).description(""));
+    command
+        .add_option("--code-bits", answers.codeBits,
+                    "Width of speech codes where the file's name leaves it open (default: the most common)")
+        ->type_name("N")
+        ->check(CLI::Range(2, 8).description(""));
+}
+
 CLI::App* AddInfo(CLI::App& app, Options& options)
 {
     CLI::App* info = app.add_subcommand("info", "Show what files contain");
     info->add_option("FILE", options.info.files, "Files to look into")->required()->option_text("...");
     info->add_flag("--json", options.info.json, "Print one JSON array with an object per file");
-    info->add_flag("--raw", options.info.raw, "Read unrecognised files as raw 8-bit samples");
+    AddAnswers(*info, options.info.answers);
     AddLoudness(*info, options);
     info->footer("Examples:\n"
                  "  vimbo info kick.wav\n"
@@ -113,7 +128,7 @@ CLI::App* AddConvert(CLI::App& app, Options& all)
         ->check(CLI::Range(1, 1024).description(""));
     convert->add_flag("-n,--dry-run", options.dryRun, "Only tell what would be written");
     convert->add_flag("--json", options.json, "Print a JSON array with a report per file");
-    convert->add_flag("--raw", options.raw, "Read unrecognised files as raw 8-bit samples");
+    AddAnswers(*convert, options.answers);
     AddLoudness(*convert, all);
     convert->footer("Examples:\n"
                     "  vimbo convert kick.wav -t sw\n"

@@ -13,10 +13,17 @@ inline constexpr int kExitGood = 0;
 inline constexpr int kExitFailed = 1; ///< something could not be read, converted or written
 inline constexpr int kExitUsage = 2;  ///< the command line makes no sense
 
+/// What readers that cannot tell from the file are answered.
+struct ReadAnswers {
+    bool raw = false;       ///< read unrecognised files as raw samples
+    std::string bitPacking; ///< "big", "little", or "" for the default
+    unsigned codeBits = 0;  ///< width of speech codes; 0 for the default
+};
+
 struct InfoOptions {
     std::vector<std::string> files;
     bool json = false;
-    bool raw = false; ///< read unrecognised files as raw samples
+    ReadAnswers answers;
 };
 
 enum class ChannelWish { Auto, Mono, Stereo };
@@ -33,7 +40,7 @@ struct ConvertOptions {
     bool noClobber = false;
     bool dryRun = false;
     bool json = false;
-    bool raw = false;
+    ReadAnswers answers;
 };
 
 struct FormatsOptions {

@@ -3,6 +3,7 @@
 #include "base/last_error.h"
 #include "base/path.h"
 #include "formats/raw/raw.h"
+#include "formats/speech/speech.h"
 #include "formats/wave/wave.h"
 #include "model/fix_up.h"
 
@@ -196,7 +197,7 @@ bool OpenPath(Collection& collection, std::u16string_view path, OpenMode mode, A
 
 std::span<const ImportProcedure* const> AllImportProcedures() noexcept
 {
-    static constexpr std::array<const ImportProcedure*, 2> kProcedures{&kWaveImport, &kAsciiImport};
+    static constexpr std::array kProcedures{&kWaveImport, &kAsciiImport, &kSpeechImport};
     return kProcedures;
 }
 

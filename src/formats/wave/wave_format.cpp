@@ -173,7 +173,7 @@ bool IsPlain(const WaveFormat& format) noexcept
         return false;
     if (format.family != WaveFamily::Pcm)
         return true;
-    // A wider container holds its bits at the top: the general loader would be told a wrong width.
+    // Where container and significant bits differ in width, the container's must be taken from the file.
     const bool sameWidth = format.SampleBytes() == (format.bits + 7) / 8;
     return sameWidth && format.SampleBytes() <= 4;
 }

@@ -4,6 +4,7 @@
 #include "base/last_error.h"
 #include "dsp/kernels/sample_convert.h"
 #include "formats/wave/wave.h"
+#include "formats/wave/wave_codecs.h"
 #include "formats/wave/wave_format.h"
 #include "formats/wave/wave_records.h"
 
@@ -29,14 +30,14 @@ std::endian OrderOf(const Waveform& wave) noexcept
 }
 
 /// Reads the waveform's `fmt ` chunk again, and checks that it is still the one that described the waveform.
-bool RereadFormat(const Waveform& wave, FileObject& file, WaveFormat& format)
+bool RereadFormat(const Waveform& wave, FileObject& file, WaveFormat& format, std::vector<std::byte>& body)
 {
     RiffChunkHead head;
     if (wave.formatOffset < sizeof(head) || !file.Seek(wave.formatOffset - sizeof(head)) || !file.Read(head))
         return FailReading();
     if (OrderOf(wave) == std::endian::big)
         std::ranges::reverse(std::as_writable_bytes(std::span(&head.size, 1)));
-    std::vector<std::byte> body(std::min<std::size_t>(head.size.Get(), kFmtBytesRead));
+    body.resize(std::min<std::size_t>(head.size.Get(), kFmtBytesRead));
     if (!file.ReadExact(body))
         return FailReading();
     if (!ParseWaveFormat(body, OrderOf(wave), format))
@@ -154,49 +155,33 @@ std::unique_ptr<FrameSource> StreamLinear(const Waveform& wave, const WaveFormat
     return nullptr;
 }
 
-/// How the samples of a family are decoded: all at once into the waveform's block, and in pieces where that
-/// is possible. A decoder allocates what the bytes that are there can give, whatever number of frames the
-/// file claims.
-struct FamilyDecoder {
-    WaveFamily family;
-    bool (*load)(Waveform& wave, const WaveFormat& format, FileObject& file);
-    std::unique_ptr<FrameSource> (*stream)(const Waveform& wave, const WaveFormat& format,
-                                           std::unique_ptr<FileObject> file);
-};
-
-// FIXME: the coded families have no decoders yet; their files can be described but not played.
-constexpr std::array kDecoders = {
-    FamilyDecoder{WaveFamily::Pcm, LoadLinear, StreamLinear},
-    FamilyDecoder{WaveFamily::Float, LoadLinear, StreamLinear},
-    FamilyDecoder{WaveFamily::ALaw, LoadLinear, StreamLinear},
-    FamilyDecoder{WaveFamily::MuLaw, LoadLinear, StreamLinear},
-};
-
-const FamilyDecoder* FindDecoder(WaveFamily family)
-{
-    const auto decoder = std::ranges::find(kDecoders, family, &FamilyDecoder::family);
-    if (decoder != kDecoders.end())
-        return &*decoder;
-    Fail(u"The decoder for " + std::u16string(WaveFamilyName(family)) + u" samples is missing");
-    return nullptr;
-}
-
 bool LoadWave(Waveform& wave, FileObject& file)
 {
     WaveFormat format;
-    if (!RereadFormat(wave, file, format))
+    std::vector<std::byte> body;
+    if (!RereadFormat(wave, file, format, body))
         return false;
-    const FamilyDecoder* decoder = FindDecoder(format.family);
-    return decoder != nullptr && decoder->load(wave, format, file);
+    if (format.IsLinear())
+        return LoadLinear(wave, format, file);
+    WaveStream stream;
+    return SettleWaveStream(wave, format, body, stream) &&
+           LoadCodedStream(wave, file, stream.offset, stream.bytes, stream.restart);
 }
 
 std::unique_ptr<FrameSource> StreamWave(const Waveform& wave, std::unique_ptr<FileObject> file)
 {
     WaveFormat format;
-    if (file == nullptr || !RereadFormat(wave, *file, format))
+    std::vector<std::byte> body;
+    if (file == nullptr || !RereadFormat(wave, *file, format, body))
         return nullptr;
-    const FamilyDecoder* decoder = FindDecoder(format.family);
-    return decoder != nullptr ? decoder->stream(wave, format, std::move(file)) : nullptr;
+    if (format.IsLinear())
+        return StreamLinear(wave, format, std::move(file));
+    WaveStream stream;
+    if (!SettleWaveStream(wave, format, body, stream))
+        return nullptr;
+    FileObject& opened = *file;
+    return std::make_unique<CodedFrames>(wave, stream.offset, stream.bytes, std::move(stream.restart), opened,
+                                         std::move(file));
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 #include "base/text.h"
 #include "dsp/kernels/sample_convert.h"
 #include "formats/format_choice.h"
+#include "formats/speech/stream_encoders.h"
 #include "formats/wave/wave.h"
 #include "formats/wave/wave_records.h"
 #include "formats/wave/wave_texts.h"
@@ -25,13 +26,15 @@ constexpr std::string_view kSoftware = "Vimbo Studio v12.7";
 constexpr std::size_t kSoftwareBytes = 20;
 constexpr std::size_t kMaxLabelBytes = 256;
 
-/// Codings whose samples are written one by one, and their `fmt `.
+/// What a coding's `fmt ` says. Samples of the linear ones are written one by one; the others go through an
+/// encoder.
 struct CodingRow {
     DataFormat format;
-    SampleCoding coding;
+    SampleCoding coding; ///< linear codings only
     std::uint16_t tag;
     std::uint16_t bits;
     std::uint32_t fmtBytes;
+    bool isLinear = true;
 };
 
 constexpr std::array kCodings = {
@@ -42,13 +45,14 @@ constexpr std::array kCodings = {
     CodingRow{DataFormat::Float32, SampleCoding::Float32, 3, 32, 16},
     CodingRow{DataFormat::MuLaw, SampleCoding::MuLaw, 7, 8, 18},
     CodingRow{DataFormat::ALaw, SampleCoding::ALaw, 6, 8, 18},
+    CodingRow{DataFormat::Gsm, {}, 49, 0, 20, false},
+    CodingRow{DataFormat::Adpcm2, {}, 100, 2, 16, false},
+    CodingRow{DataFormat::Adpcm3, {}, 20, 3, 20, false},
+    CodingRow{DataFormat::Adpcm4, {}, 64, 4, 20, false},
+    CodingRow{DataFormat::Adpcm5, {}, 20, 5, 20, false},
 };
 constexpr std::uint16_t kTagPcm = 1;
 constexpr std::uint16_t kTagExtensible = 65534;
-
-constexpr std::uint32_t kCodedFormats = FormatBit(DataFormat::Gsm) | FormatBit(DataFormat::Adpcm2) |
-                                        FormatBit(DataFormat::Adpcm3) | FormatBit(DataFormat::Adpcm4) |
-                                        FormatBit(DataFormat::Adpcm5) | FormatBit(DataFormat::Compressed);
 
 /// Everything about the file that is settled before it is written.
 struct WavePlan {
@@ -60,11 +64,43 @@ struct WavePlan {
     bool IsExtensible() const noexcept { return variant == kWaveVariantExtensible; }
     bool IsSmplFirst() const noexcept { return variant == kWaveVariantSmplFirst; }
     bool IsCreamware() const noexcept { return variant == kWaveVariantCreamware; }
+    bool IsGsm() const noexcept { return coding.format == DataFormat::Gsm; }
     std::uint16_t FrameBytes() const noexcept
     {
         return static_cast<std::uint16_t>(channels * coding.bits / 8);
     }
-    std::uint64_t DataBytes() const noexcept { return std::uint64_t{frames} * FrameBytes(); }
+    /// G.726 counts blocks of 128 samples.
+    std::uint16_t BlockAlign() const noexcept
+    {
+        if (coding.isLinear)
+            return FrameBytes();
+        return static_cast<std::uint16_t>(IsGsm() ? kGsmWavBlockBytes : coding.bits * 16u);
+    }
+    std::uint32_t AverageBytes(std::uint32_t rateHz) const noexcept
+    {
+        if (coding.isLinear)
+            return rateHz * FrameBytes();
+        if (IsGsm())
+            return static_cast<std::uint32_t>(rateHz * 0.203125); // 65 bytes for 320 samples
+        return (coding.bits * rateHz + 7) / 8;
+    }
+    std::uint64_t DataBytes() const noexcept
+    {
+        if (coding.isLinear)
+            return std::uint64_t{frames} * FrameBytes();
+        return IsGsm() ? GsmBlocks() * kGsmWavBlockBytes : (std::uint64_t{coding.bits} * frames + 7) / 8;
+    }
+    /// GSM fills up its last block, and says so.
+    std::uint32_t FactFrames() const noexcept
+    {
+        const std::uint64_t whole = IsGsm() ? GsmBlocks() * kGsmWavBlockSamples : frames;
+        return static_cast<std::uint32_t>(
+            std::min<std::uint64_t>(whole, std::numeric_limits<std::uint32_t>::max()));
+    }
+    std::uint64_t GsmBlocks() const noexcept
+    {
+        return (std::uint64_t{frames} + kGsmWavBlockSamples - 1) / kGsmWavBlockSamples;
+    }
     std::uint64_t PaddedBytes() const noexcept { return DataBytes() + (DataBytes() & 1); }
 };
 
@@ -78,6 +114,18 @@ void WriteHead(ByteWriter& out, FourCc id, std::uint64_t bytes)
     out.Write(RiffChunkHead{id, ToSizeField(bytes)});
 }
 
+/// The size of what follows, and that: samples per block of GSM, an empty auxiliary block of G.726.
+void WriteFmtExtra(ByteWriter& out, const WavePlan& plan)
+{
+    constexpr std::uint32_t kPlainBytes = sizeof(FmtCommon) + sizeof(U16le);
+    if (plan.coding.fmtBytes == kPlainBytes)
+        return;
+    const bool hasWord = plan.coding.fmtBytes > kPlainBytes + sizeof(U16le);
+    out.Write(U16le(hasWord ? std::uint16_t{sizeof(U16le)} : std::uint16_t{0}));
+    if (hasWord)
+        out.Write(U16le(plan.IsGsm() ? std::uint16_t{kGsmWavBlockSamples} : std::uint16_t{0}));
+}
+
 void WriteFmt(ByteWriter& out, const WavePlan& plan, std::uint32_t rateHz)
 {
     const bool isExtensible = plan.IsExtensible();
@@ -87,12 +135,12 @@ void WriteFmt(ByteWriter& out, const WavePlan& plan, std::uint32_t rateHz)
     common.tag = isExtensible ? kTagExtensible : coding.tag;
     common.channels = plan.channels;
     common.rateHz = rateHz;
-    common.averageBytes = rateHz * plan.FrameBytes();
-    common.blockAlign = plan.FrameBytes();
+    common.averageBytes = plan.AverageBytes(rateHz);
+    common.blockAlign = plan.BlockAlign();
     out.Write(common);
     if (!isExtensible) {
         out.Write(U16le(coding.bits));
-        out.Fill(coding.fmtBytes - sizeof(common) - sizeof(U16le));
+        WriteFmtExtra(out, plan);
         return;
     }
     constexpr std::uint32_t kFrontCenter = 4;
@@ -112,7 +160,7 @@ void WriteFact(ByteWriter& out, const WavePlan& plan)
     if (plan.coding.tag == kTagPcm && !plan.IsExtensible())
         return;
     WriteHead(out, FourCc{"fact"}, sizeof(U32le));
-    out.Write(U32le(plan.frames));
+    out.Write(U32le(plan.FactFrames()));
 }
 
 CreamwareData CreamwareDataOf(const Waveform& wave, std::uint32_t frames)
@@ -302,31 +350,40 @@ bool PutPad(FileObject& file, const WavePlan& plan)
     return (plan.DataBytes() & 1) == 0 || Put(file, std::span(&silence, 1));
 }
 
+bool PutEncoded(FileObject& file, FrameSource& source, const WavePlan& plan)
+{
+    const auto encoder = plan.IsGsm() ? MakeGsmEncoder(GsmFraming::Wav)
+                                      : MakeG726Encoder(plan.coding.bits, BitPacking::BigEndian);
+    return WriteEncoded(file, source, *encoder, u"Couldn't write to file!");
+}
+
 /// The row of the chosen format, or null with the Last error text.
 const CodingRow* FindCoding(DataFormat format, std::uint32_t variant)
 {
+    // FIXME: the encoder of MPEG layer 3 is missing.
+    if (format == DataFormat::Compressed && variant != kWaveVariantExtensible) {
+        Fail(u"The encoder for " + std::u16string(DataFormatName(format)) + u" is missing");
+        return nullptr;
+    }
     const auto row = std::ranges::find(kCodings, format, &CodingRow::format);
-    const bool isCoded = format != DataFormat::None && (FormatBit(format) & kCodedFormats) != 0;
-    const bool isLinear = row != kCodings.end();
-    const bool isPlain = isLinear && row->format != DataFormat::MuLaw && row->format != DataFormat::ALaw;
-    if (variant == kWaveVariantExtensible ? !isPlain : !isLinear && !isCoded) {
+    const bool isPcmOrFloat =
+        row != kCodings.end() && row->isLinear && format != DataFormat::MuLaw && format != DataFormat::ALaw;
+    if (row == kCodings.end() || (variant == kWaveVariantExtensible && !isPcmOrFloat)) {
         Fail(u"Unsupported subformat");
         return nullptr;
     }
-    if (isLinear)
-        return &*row;
-    // FIXME: the encoders of the coded formats are missing.
-    Fail(u"The encoder for " + std::u16string(DataFormatName(format)) + u" is missing");
-    return nullptr;
+    return &*row;
 }
 
-bool WriteWaveform(Waveform& wave, FileObject& file, const FormatChoice& choice)
+bool WriteWaveform(Waveform& wave, FileObject& file, FormatChoice choice)
 {
     float kbit = 0;
     const DataFormat format = PickDataFormat(wave, choice, kbit, WaveSubFormats, choice.variant);
     const CodingRow* coding = FindCoding(format, choice.variant);
     if (coding == nullptr)
         return false;
+    if (!coding->isLinear)
+        choice.caps = (choice.caps & ~kCapsChannels) | kCapsMono;
     std::unique_ptr<FrameSource> source;
     if (wave.frames != 0) {
         source = OpenFramesForWriter(wave, choice);
@@ -341,7 +398,8 @@ bool WriteWaveform(Waveform& wave, FileObject& file, const FormatChoice& choice)
     const ByteWriter form = MakeForm(plan, front.Size() + plan.PaddedBytes() + tail.Size());
     if (!Put(file, form.Bytes()) || !Put(file, front.Bytes()))
         return false;
-    if (source != nullptr && !PutSamples(file, *source, plan))
+    if (source != nullptr &&
+        !(coding->isLinear ? PutSamples(file, *source, plan) : PutEncoded(file, *source, plan)))
         return false;
     return PutPad(file, plan) && Put(file, tail.Bytes());
 }

@@ -2,6 +2,8 @@
 #pragma once
 
 #include "base/file_object.h"
+#include "base/last_error.h"
+#include "formats/wave/wave.h"
 #include "model/collection.h"
 #include "model/waveform.h"
 
@@ -87,5 +89,22 @@ inline std::vector<float> LoadFrom(Waveform& wave, FileObject& file)
     const std::span<float> samples = wave.LockSamples();
     return {samples.begin(), samples.end()};
 }
+
+/// A collection with what the reader made of an image.
+struct Opened {
+    explicit Opened(const ByteList& image) : file(image)
+    {
+        ClearLastError();
+        collection.SetName(u"Image");
+        isRead = ReadWave(collection, file, 0);
+        if (!collection.List<Waveform>().empty())
+            wave = collection.List<Waveform>().front();
+    }
+
+    MemoryFile file;
+    Collection collection;
+    bool isRead = false;
+    Waveform* wave = nullptr;
+};
 
 } // namespace vimbo

@@ -245,6 +245,41 @@ private:
     std::uint64_t room_;
 };
 
+TEST(WaveWrite, CodedFormatsSayWhatTheyHold)
+{
+    const struct {
+        DataFormat format;
+        const char* fmt; ///< the chunk from its tag on
+        std::uint32_t fact;
+        std::size_t dataBytes;
+    } cases[] = {
+        {DataFormat::Gsm, "3100 0100 401F0000 59060000 4100 0000 0200 4001", 640, 130},
+        {DataFormat::Adpcm2, "6400 0100 401F0000 D0070000 2000 0200", 401, 102},
+        {DataFormat::Adpcm3, "1400 0100 401F0000 B80B0000 3000 0300 0200 0000", 401, 152},
+        {DataFormat::Adpcm4, "4000 0100 401F0000 A00F0000 4000 0400 0200 0000", 401, 202},
+        {DataFormat::Adpcm5, "1400 0100 401F0000 88130000 5000 0500 0200 0000", 401, 252},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(static_cast<int>(c.format));
+        Collection collection;
+        Waveform& wave = collection.Create<Waveform>(u"coded");
+        wave.rateHz = 8000;
+        wave.channels = 2; // mixed down
+        wave.frames = 401;
+        ASSERT_FALSE(wave.LockSamplesForWrite().empty());
+        std::ranges::fill(wave.LockSamplesForWrite(), 0.0f);
+        const ByteList bytes = Written(wave, c.format);
+        const ByteList head = Join({Chunk("fmt ", Spell(c.fmt)), Chunk("fact", Word(c.fact))});
+        ASSERT_GT(bytes.size(), 12 + head.size());
+        EXPECT_TRUE(std::equal(head.begin(), head.end(), bytes.begin() + 12));
+        Opened read(bytes);
+        ASSERT_TRUE(read.isRead);
+        EXPECT_EQ(read.wave->sourceBytes, c.dataBytes);
+        EXPECT_EQ(read.wave->frames, c.fact);
+        EXPECT_EQ(LoadFrom(*read.wave, read.file).size(), c.fact);
+    }
+}
+
 TEST(WaveWrite, Refusals)
 {
     Collection collection;
@@ -256,8 +291,7 @@ TEST(WaveWrite, Refusals)
         {FormatBit(DataFormat::Pcm12), kWaveVariantPlain, u"Unsupported subformat"},
         {FormatBit(DataFormat::MuLaw), kWaveVariantExtensible, u"Unsupported subformat"},
         {FormatBit(DataFormat::Compressed), kWaveVariantExtensible, u"Unsupported subformat"},
-        {FormatBit(DataFormat::Gsm), kWaveVariantPlain, u"The encoder for GSM 2-bit is missing"},
-        {FormatBit(DataFormat::Adpcm4), kWaveVariantPlain, u"The encoder for ADPCM 4-bit is missing"},
+        {FormatBit(DataFormat::Adpcm4), kWaveVariantExtensible, u"Unsupported subformat"},
         {FormatBit(DataFormat::Compressed), kWaveVariantPlain, u"The encoder for Compressed is missing"},
     };
     for (const auto& c : cases) {
