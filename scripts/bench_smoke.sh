@@ -7,3 +7,4 @@ for bench in build/release/bin/bench_*; do
     "$bench" --benchmark_min_time=0.01 >/dev/null
 done
 bench/compare_convert.sh --smoke
+bench/compare_codecs.sh --smoke

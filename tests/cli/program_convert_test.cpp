@@ -120,8 +120,8 @@ TEST_F(ProgramTest, NothingDependsOnTheNumberOfJobs)
     Put("in/d1/s4.WAV", WaveBytes(Samples(100))); // wants the place of s4.wav
     Put("in/d2/torn.wav", "RIFF\x10\x00\x00\x00WAVE");
     const auto run = [this](const char* jobs, const char* out) {
-        ProgramResult result = Run(
-            {"convert", "in", "-t", "wav", "--data-format", "pcm24", "-o", "out", "--json", "--jobs", jobs});
+        ProgramResult result = Run({"convert", "-v", "in", "-t", "wav", "--data-format", "pcm24", "-o", "out",
+                                    "--json", "--jobs", jobs});
         std::filesystem::rename(folder_ / "out", folder_ / out);
         return result;
     };
