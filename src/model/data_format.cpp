@@ -93,6 +93,33 @@ std::u16string_view SaveFormatName(SaveFormat format) noexcept
     return index < kSaveFormats.size() ? kSaveFormats[index].name : std::u16string_view();
 }
 
+SaveFormat SaveFormatOf(DataFormat format) noexcept
+{
+    switch (format) {
+    case DataFormat::Pcm8:
+    case DataFormat::Delta8:
+        return SaveFormat::Pcm8;
+    case DataFormat::Pcm12:
+    case DataFormat::Pcm16:
+    case DataFormat::Delta16:
+        return SaveFormat::Pcm16;
+    case DataFormat::Pcm20:
+    case DataFormat::Pcm24:
+        return SaveFormat::Pcm24;
+    case DataFormat::Pcm32:
+        return SaveFormat::Pcm32;
+    case DataFormat::Float32:
+    case DataFormat::Float64:
+        return SaveFormat::Float32;
+    case DataFormat::MuLaw:
+        return SaveFormat::MuLaw;
+    case DataFormat::ALaw:
+        return SaveFormat::ALaw;
+    default:
+        return SaveFormat::Default;
+    }
+}
+
 SaveFormat BitrateToSaveFormat(float kbit) noexcept
 {
     const float whole = std::trunc(kbit + std::copysign(0.499f, kbit));

@@ -70,6 +70,8 @@ enum class SaveFormat : std::uint8_t {
 
 /// "Compressed 128 kbit/s" and so on.
 std::u16string_view SaveFormatName(SaveFormat format) noexcept;
+/// The wish that plain samples of this encoding come with; Default for encodings that are none.
+SaveFormat SaveFormatOf(DataFormat format) noexcept;
 /// The class whose range holds `kbit` kbit/s, after rounding to a whole number.
 SaveFormat BitrateToSaveFormat(float kbit) noexcept;
 /// The DataFormat of a wish; `kbit` gets the kbit/s of the compressed classes, else 0.

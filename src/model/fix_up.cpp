@@ -11,33 +11,6 @@ namespace vimbo {
 
 namespace {
 
-/// The preferred format of a waveform whose samples stand in a file as `source`; Default where that says too
-/// little.
-SaveFormat SaveFormatOf(DataFormat source) noexcept
-{
-    switch (source) {
-    case DataFormat::Pcm8:
-    case DataFormat::Delta8:
-        return SaveFormat::Pcm8;
-    case DataFormat::Pcm16:
-    case DataFormat::Delta16:
-        return SaveFormat::Pcm16;
-    case DataFormat::Pcm24:
-        return SaveFormat::Pcm24;
-    case DataFormat::Pcm32:
-        return SaveFormat::Pcm32;
-    case DataFormat::Float32:
-    case DataFormat::Float64:
-        return SaveFormat::Float32;
-    case DataFormat::MuLaw:
-        return SaveFormat::MuLaw;
-    case DataFormat::ALaw:
-        return SaveFormat::ALaw;
-    default:
-        return SaveFormat::Default;
-    }
-}
-
 template <class T>
 void ValidateAll(const Collection& collection)
 {

@@ -2,6 +2,7 @@
 // file.
 #include "base/last_error.h"
 #include "dsp/kernels/sample_convert.h"
+#include "model/plain_layout.h"
 #include "model/waveform.h"
 
 #include <algorithm>
@@ -16,38 +17,6 @@ constexpr std::uint64_t kGenericImportId = 1;
 constexpr std::u16string_view kReadFailed = u"Reading from file failed";
 /// Converted at a time: bytes and floats of a piece stay in the cache. Even, as packed samples come in pairs.
 constexpr std::size_t kPieceSamples = 16384;
-
-std::optional<SampleCoding> CodingOf(DataFormat format) noexcept
-{
-    switch (format) {
-    case DataFormat::Pcm8:
-        return SampleCoding::Pcm8;
-    case DataFormat::Pcm12:
-        return SampleCoding::Pcm12;
-    case DataFormat::Pcm16:
-        return SampleCoding::Pcm16;
-    case DataFormat::Pcm20:
-        return SampleCoding::Pcm20;
-    case DataFormat::Pcm24:
-        return SampleCoding::Pcm24;
-    case DataFormat::Pcm32:
-        return SampleCoding::Pcm32;
-    case DataFormat::Float32:
-        return SampleCoding::Float32;
-    case DataFormat::Float64:
-        return SampleCoding::Float64;
-    case DataFormat::MuLaw:
-        return SampleCoding::MuLaw;
-    case DataFormat::ALaw:
-        return SampleCoding::ALaw;
-    case DataFormat::Delta8:
-        return SampleCoding::Delta8;
-    case DataFormat::Delta16:
-        return SampleCoding::Delta16;
-    default:
-        return std::nullopt;
-    }
-}
 
 bool IsDelta(SampleCoding coding) noexcept
 {
@@ -84,18 +53,17 @@ bool Describe(const Waveform& wave, std::uint64_t offset, const FileObject& file
         return Fail(u"No channels");
     if (wave.channels > kMaxChannels)
         return Fail(u"Too many channels");
-    const std::optional<SampleCoding> coding = CodingOf(wave.SourceFormat());
-    if (!coding)
+    const std::optional<SampleLayout> layout = PlainLayout(wave.SourceFormat(), wave.sourceWord);
+    if (!layout)
         return Fail(u"Invalid format for generic import function!");
 
     data.frames = wave.frames;
     data.channels = wave.channels;
     data.planes = wave.channels == 2 && (wave.sourceWord & kSourceSequentialStereo) != 0;
     Run& first = data.runs[0];
-    first.layout = {*coding, (wave.sourceWord & kSourceUnsigned) != 0,
-                    (wave.sourceWord & kSourceBigEndian) != 0 ? std::endian::big : std::endian::little};
+    first.layout = *layout;
     first.offset = offset;
-    first.bytes = StoredBytes(*coding, std::uint64_t{wave.frames} * wave.channels);
+    first.bytes = StoredBytes(layout->coding, std::uint64_t{wave.frames} * wave.channels);
     if (data.planes) {
         first.bytes /= 2;
         Run& second = data.runs[1] = first;

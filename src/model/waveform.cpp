@@ -55,33 +55,6 @@ private:
     SampleBlockRef block_;
 };
 
-SaveFormat SaveFormatFor(DataFormat format, SaveFormat otherwise) noexcept
-{
-    switch (format) {
-    case DataFormat::Pcm8:
-    case DataFormat::Delta8:
-        return SaveFormat::Pcm8;
-    case DataFormat::Pcm12:
-    case DataFormat::Pcm16:
-    case DataFormat::Delta16:
-        return SaveFormat::Pcm16;
-    case DataFormat::Pcm20:
-    case DataFormat::Pcm24:
-        return SaveFormat::Pcm24;
-    case DataFormat::Pcm32:
-        return SaveFormat::Pcm32;
-    case DataFormat::Float32:
-    case DataFormat::Float64:
-        return SaveFormat::Float32;
-    case DataFormat::MuLaw:
-        return SaveFormat::MuLaw;
-    case DataFormat::ALaw:
-        return SaveFormat::ALaw;
-    default:
-        return otherwise;
-    }
-}
-
 SampleBlockRef CopyOf(const SampleBlock& source) noexcept
 {
     SampleBlockRef copy = SampleBlockRef::Allocate(source.Frames(), source.Channels(), source.RateHz());
@@ -115,7 +88,9 @@ void Waveform::SetSourceFormat(DataFormat format, std::uint32_t flags) noexcept
     importProc = &kGenericImport;
     sourceWord = (format == DataFormat::None ? 0 : FormatBit(format)) | flags;
     bits = static_cast<std::uint8_t>(DataFormatBits(format));
-    saveFormat = SaveFormatFor(format, saveFormat);
+    const SaveFormat wish = SaveFormatOf(format);
+    if (wish != SaveFormat::Default)
+        saveFormat = wish;
 }
 
 void Waveform::SetSourceBits(int bitsPerSample, std::uint32_t flags) noexcept

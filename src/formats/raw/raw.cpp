@@ -7,6 +7,7 @@
 #include "base/path.h"
 #include "dsp/kernels/sample_convert.h"
 #include "formats/format_choice.h"
+#include "model/plain_layout.h"
 
 #include <algorithm>
 #include <limits>
@@ -22,31 +23,6 @@ constexpr std::uint32_t kTelephonyRateHz = 8000;
 constexpr std::uint32_t kLayoutFlags = kSourceSequentialStereo | kSourceUnsigned | kSourceBigEndian;
 /// Frames converted at a time; even, as packed samples come in pairs.
 constexpr std::uint64_t kPieceFrames = 8192;
-
-/// False for the formats that are no plain samples.
-bool LayoutOf(DataFormat format, std::uint32_t flags, SampleLayout& layout) noexcept
-{
-    struct Row {
-        DataFormat format;
-        SampleCoding coding;
-    };
-    static constexpr Row kRows[] = {
-        {DataFormat::Pcm8, SampleCoding::Pcm8},       {DataFormat::Pcm12, SampleCoding::Pcm12},
-        {DataFormat::Pcm16, SampleCoding::Pcm16},     {DataFormat::Pcm20, SampleCoding::Pcm20},
-        {DataFormat::Pcm24, SampleCoding::Pcm24},     {DataFormat::Pcm32, SampleCoding::Pcm32},
-        {DataFormat::Float32, SampleCoding::Float32}, {DataFormat::Float64, SampleCoding::Float64},
-        {DataFormat::MuLaw, SampleCoding::MuLaw},     {DataFormat::ALaw, SampleCoding::ALaw},
-        {DataFormat::Delta8, SampleCoding::Delta8},   {DataFormat::Delta16, SampleCoding::Delta16},
-    };
-    const auto* row = std::find_if(std::begin(kRows), std::end(kRows),
-                                   [format](const Row& candidate) { return candidate.format == format; });
-    if (row == std::end(kRows))
-        return false;
-    layout.coding = row->coding;
-    layout.isUnsigned = (flags & kSourceUnsigned) != 0;
-    layout.order = (flags & kSourceBigEndian) != 0 ? std::endian::big : std::endian::little;
-    return true;
-}
 
 /// Keeps one channel of interleaved stereo frames, at the front of the span.
 std::span<float> KeepChannel(std::span<float> stereo, std::size_t channel) noexcept
@@ -134,19 +110,19 @@ bool WantsRawImport(Host& host, std::u16string_view path)
 
 bool WriteSamples(FileObject& file, FrameSource& source, DataFormat format, std::uint32_t flags)
 {
-    SampleLayout layout;
-    if (!LayoutOf(format, flags, layout))
+    const std::optional<SampleLayout> layout = PlainLayout(format, flags);
+    if (!layout)
         return Fail(u"Invalid format for generic import function!");
     if (source.Channels() != 2 || (flags & kSourceSequentialStereo) == 0)
-        return WriteRun(file, source, layout, std::nullopt);
-    return WriteRun(file, source, layout, 0) && WriteRun(file, source, layout, 1);
+        return WriteRun(file, source, *layout, std::nullopt);
+    return WriteRun(file, source, *layout, 0) && WriteRun(file, source, *layout, 1);
 }
 
 bool ReadRaw(Collection& collection, FileObject& file, std::uint32_t variant)
 {
     const DataFormat format = FirstFormatOf(variant);
-    SampleLayout layout;
-    if (!LayoutOf(format, variant, layout) || StoredBits(layout.coding) % 8 != 0)
+    const std::optional<SampleLayout> layout = PlainLayout(format, variant);
+    if (!layout || StoredBits(layout->coding) % 8 != 0)
         return Fail(u"Invalid format for generic import function!");
     const std::uint32_t rateHz = (variant & kRawTelephony) != 0 ? kTelephonyRateHz : kPlainRateHz;
     return AddWaveform(collection, file, format, variant & kLayoutFlags, rateHz);
