@@ -16,6 +16,7 @@ public:
     std::vector<std::u16string> asked;
     std::vector<std::u16string> shown;
     std::vector<std::u16string> status;
+    std::vector<double> progress;
 
     void ShowMessage(std::u16string_view text, std::u16string_view, MessageIcon) override
     {
@@ -34,6 +35,7 @@ public:
         return !picked.empty();
     }
     void SetStatus(std::u16string_view text) override { status.emplace_back(text); }
+    void SetProgress(std::u16string_view, double fraction) override { progress.push_back(fraction); }
 };
 
 } // namespace vimbo::testing

@@ -94,6 +94,29 @@ void ForEachWave(const Item& item, Visit visit)
     }
 }
 
+/// Tells the host how far the reading of a waveform has come: what a writer has read, it is about to have
+/// written.
+class ReportingFrames final : public FrameSource {
+public:
+    ReportingFrames(std::unique_ptr<FrameSource> source, const Waveform& wave)
+        : FrameSource(source->Frames(), source->Channels()), source_(std::move(source)),
+          host_(wave.Owner().GetHost()), name_(wave.GetName())
+    {
+    }
+    ~ReportingFrames() override { host_.SetProgress(u""); }
+
+    bool Read(std::uint32_t first, std::span<float> out) override
+    {
+        host_.SetProgress(name_, static_cast<double>(first) / Frames());
+        return source_->Read(first, out);
+    }
+
+private:
+    std::unique_ptr<FrameSource> source_;
+    Host& host_;
+    std::u16string name_;
+};
+
 std::u16string CompressedName(int row, float kbit)
 {
     float value = 0;
@@ -219,7 +242,9 @@ std::unique_ptr<FrameSource> OpenFramesForWriter(Waveform& wave, const FormatCho
     if (!source)
         return nullptr;
     const unsigned channels = PickChannels(wave, choice);
-    return source->Channels() == channels ? std::move(source) : WithChannels(std::move(source), channels);
+    if (source->Channels() != channels)
+        source = WithChannels(std::move(source), channels);
+    return std::make_unique<ReportingFrames>(std::move(source), wave);
 }
 
 } // namespace vimbo

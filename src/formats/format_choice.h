@@ -28,7 +28,8 @@ DataFormat DescribeDataFormat(int row, const Item& item, std::u16string& text);
 /// 0 mixed, 1 mono, 2 stereo.
 int DescribeChannelFormat(int row, const Item& item);
 
-/// Opens the waveform's frames for a writer, with the number of channels that the choice allows. Null with
+/// Opens the waveform's frames for a writer, with the number of channels that the choice allows. Reading
+/// tells the collection's host how far it has come. Null with
 /// the Last error text on failure.
 std::unique_ptr<FrameSource> OpenFramesForWriter(Waveform& wave, const FormatChoice& choice);
 

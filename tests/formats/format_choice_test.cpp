@@ -1,4 +1,5 @@
 #include "formats/format_choice.h"
+#include "test_host.h"
 
 #include <gtest/gtest.h>
 
@@ -146,7 +147,9 @@ TEST(DescribeItem, WhatAutoMeans)
 
 TEST(OpenFramesForWriter, GivesTheChannelsThatTheFormatHolds)
 {
+    testing::ScriptedHost host;
     Collection collection;
+    collection.SetHost(host);
     Waveform& wave = collection.Create<Waveform>(u"w");
     wave.frames = 2;
     wave.channels = 2;
@@ -164,6 +167,9 @@ TEST(OpenFramesForWriter, GivesTheChannelsThatTheFormatHolds)
     std::array<float, 2> mono{};
     ASSERT_TRUE(source->Read(0, mono));
     EXPECT_EQ(mono, (std::array<float, 2>{0.375f, -0.5f}));
+    host.progress.clear();
+    ASSERT_TRUE(source->Read(1, std::span(mono).first(1)));
+    EXPECT_EQ(host.progress, std::vector<double>{0.5}) << "half of it is behind us";
 }
 
 } // namespace
