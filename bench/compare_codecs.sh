@@ -22,6 +22,7 @@ best() {
 }
 
 row() {
+    [ "$2" != - ] || { echo "vimbo failed: $1" >&2; cat "$work/log" >&2; return 1; }
     awk -v n="$1" -v ours="$2" -v ff="$3" -v sox="$4" 'BEGIN {
         best = ff == "-" ? sox : sox == "-" ? ff : (ff < sox ? ff : sox)
         ratio = best == "-" ? "-" : sprintf("%.2f", best / (ours < 0.01 ? 0.01 : ours))
