@@ -119,9 +119,9 @@ void DescribeEncoding(const Item& root, const ConvertRun& run, ConvertReport& re
     const auto& wave = static_cast<const Waveform&>(root);
     const FormatRow& row = *FindRow(run.row);
     float kbit = 0;
-    report.dataFormat =
-        WideToUtf8(DataFormatName(PickDataFormat(wave, run.choice, kbit, row.subFormats, row.variant)));
-    report.channels = PickChannels(wave, run.choice);
+    const DataFormat format = PickDataFormat(wave, run.choice, kbit, row.subFormats, row.variant);
+    report.dataFormat = WideToUtf8(DataFormatName(format));
+    report.channels = PickChannels(wave, ChoiceForEncoding(run.choice, format));
 }
 
 bool MakeFolderFor(const fs::path& output)

@@ -137,6 +137,13 @@ unsigned PickChannels(const Waveform& wave, const FormatChoice& choice) noexcept
     return (choice.caps & kCapsStereo) != 0 ? 2 : 1;
 }
 
+FormatChoice ChoiceForEncoding(FormatChoice choice, DataFormat format) noexcept
+{
+    if (format >= DataFormat::Gsm && format <= DataFormat::Adpcm5)
+        choice.caps = (choice.caps & ~kCapsChannels) | kCapsMono;
+    return choice;
+}
+
 DataFormat PickDataFormat(const Waveform& wave, const FormatChoice& choice, float& kbit,
                           SubFormatFn subFormats, std::uint32_t variant)
 {

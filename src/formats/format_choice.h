@@ -12,6 +12,9 @@ namespace vimbo {
 /// 1 or 2: the waveform's own channels if the choice allows them, else the other.
 unsigned PickChannels(const Waveform& wave, const FormatChoice& choice) noexcept;
 
+/// The choice once the encoding is known: GSM and ADPCM of 2 to 5 bits are mono codings.
+FormatChoice ChoiceForEncoding(FormatChoice choice, DataFormat format) noexcept;
+
 /// The encoding for one waveform: what it wishes if allowed, else the next wider linear one, else what there
 /// is.
 /// @param kbit gets the compressed setting in kbit/s, 0 if the result is not Compressed

@@ -202,14 +202,8 @@ bool LoadPlain(Waveform& wave, FileObject& file)
     PlainData data;
     if (!Describe(wave, file.Position(), file, data))
         return false;
-    const std::span<float> samples = wave.AllocateSamples();
-    if (samples.empty())
-        return false;
     PlainSource source(data, file);
-    if (source.Read(0, samples))
-        return true;
-    wave.FreeSamples();
-    return false;
+    return LoadFrames(wave, source);
 }
 
 std::unique_ptr<FrameSource> StreamPlain(const Waveform& wave, std::unique_ptr<FileObject> file)

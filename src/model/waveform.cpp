@@ -259,4 +259,15 @@ void Waveform::Validate()
     }
 }
 
+bool LoadFrames(Waveform& wave, FrameSource& source)
+{
+    const std::span<float> samples = wave.AllocateSamples();
+    if (samples.empty())
+        return false;
+    if (source.Read(0, samples))
+        return true;
+    wave.FreeSamples();
+    return false;
+}
+
 } // namespace vimbo

@@ -142,4 +142,8 @@ private:
     SampleBlockRef block_;
 };
 
+/// Reads all frames of `source` into a fresh block: the last step of importers. On failure the waveform has
+/// none.
+[[nodiscard]] bool LoadFrames(Waveform& wave, FrameSource& source);
+
 } // namespace vimbo

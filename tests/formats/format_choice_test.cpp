@@ -122,6 +122,8 @@ TEST(PickChannels, OwnChannelsIfAllowedElseTheOther)
     EXPECT_EQ(pick(1, kCapsStereo), 2u);
     EXPECT_EQ(pick(2, kCapsMono | kCapsStereo), 2u);
     EXPECT_EQ(pick(2, kCapsMono), 1u);
+    EXPECT_EQ(PickChannels(wave, ChoiceForEncoding({.caps = kCapsMono | kCapsStereo}, Adpcm3)), 1u);
+    EXPECT_EQ(PickChannels(wave, ChoiceForEncoding({.caps = kCapsMono | kCapsStereo}, ALaw)), 2u);
 }
 
 TEST(DescribeItem, WhatAutoMeans)

@@ -119,13 +119,7 @@ bool LoadCodedStream(Waveform& wave, FileObject& file, std::uint64_t offset, std
         NormalizeLoop(wave.loop, wave.frames, wave.Owner().features);
     }
     CodedFrames frames(wave, offset, bytes, restart, file, nullptr);
-    const std::span<float> out = wave.AllocateSamples();
-    if (out.empty())
-        return Fail(u"Out of memory");
-    if (frames.Read(0, out))
-        return true;
-    wave.FreeSamples();
-    return false;
+    return LoadFrames(wave, frames);
 }
 
 } // namespace vimbo

@@ -136,13 +136,7 @@ bool LoadLinear(Waveform& wave, const WaveFormat& format, FileObject& file)
     if (!HoldsAllFrames(wave, format, file))
         return FailReading();
     LinearFrames frames(wave, format, file, nullptr);
-    const std::span<float> out = wave.AllocateSamples();
-    if (out.empty())
-        return Fail(u"Out of memory");
-    if (frames.Read(0, out))
-        return true;
-    wave.FreeSamples();
-    return false;
+    return LoadFrames(wave, frames);
 }
 
 std::unique_ptr<FrameSource> StreamLinear(const Waveform& wave, const WaveFormat& format,

@@ -382,8 +382,7 @@ bool WriteWaveform(Waveform& wave, FileObject& file, FormatChoice choice)
     const CodingRow* coding = FindCoding(format, choice.variant);
     if (coding == nullptr)
         return false;
-    if (!coding->isLinear)
-        choice.caps = (choice.caps & ~kCapsChannels) | kCapsMono;
+    choice = ChoiceForEncoding(choice, format);
     std::unique_ptr<FrameSource> source;
     if (wave.frames != 0) {
         source = OpenFramesForWriter(wave, choice);
