@@ -28,6 +28,13 @@ bool Host::OpenExternally(std::u16string_view)
     return false;
 }
 
+void Host::NoteConversion(ConversionNote) {}
+
+bool Host::WantsNotes() const
+{
+    return false;
+}
+
 std::optional<std::size_t> Host::RememberedAnswer(std::string_view key) const
 {
     const std::lock_guard lock(mutex_);

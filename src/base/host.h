@@ -2,6 +2,8 @@
 // bring theirs.
 #pragma once
 
+#include "base/conversion_note.h"
+
 #include <cstddef>
 #include <functional>
 #include <map>
@@ -48,6 +50,11 @@ public:
     virtual bool IsCancelled() const;
     /// Opens a path or address with the desktop's own program for it.
     [[nodiscard]] virtual bool OpenExternally(std::u16string_view path);
+
+    /// What was kept, approximated and lost by a reader or writer. Only called while WantsNotes.
+    virtual void NoteConversion(ConversionNote note);
+    /// False (as for hosts that show no report): readers and writers need not gather notes.
+    virtual bool WantsNotes() const;
 
     /// Answers that hold for the rest of the session ("Allways OK"), by question key.
     std::optional<std::size_t> RememberedAnswer(std::string_view key) const;

@@ -6,6 +6,7 @@
 #include "formats/speech/speech.h"
 #include "formats/wave/wave.h"
 #include "model/fix_up.h"
+#include "model/stereo_pairs.h"
 
 #include <array>
 
@@ -55,6 +56,7 @@ void CopyContext(const Collection& from, Collection& to)
 {
     to.SetHost(from.GetHost());
     to.features = from.features;
+    to.loadOptions = from.loadOptions;
     to.SetImportProcedures(AllImportProcedures());
 }
 
@@ -156,7 +158,9 @@ bool LoadFile(Collection& collection, std::u16string_view path, AllowRaw allowRa
             return false;
         }
     }
-    FixUpItems(collection, kPruneAll, AfterLoad::Yes);
+    const bool holdsStereo = (entry->caps & kCapsStereo) != 0;
+    FixUpItems(collection, kPruneAll, AfterLoad::Yes,
+               holdsStereo ? SourceHoldsStereo::Yes : SourceHoldsStereo::No);
     return true;
 }
 
@@ -166,8 +170,12 @@ bool MergeFile(Collection& collection, std::u16string_view path)
     CopyContext(collection, loaded);
     if (!LoadFile(loaded, path, AllowRaw::Yes))
         return false;
+    const bool isSingleWave =
+        loaded.CountOf(ItemKind::Instrument) == 0 && loaded.CountOf(ItemKind::Waveform) == 1;
     collection.SetImportProcedures(AllImportProcedures());
     collection.Merge(loaded);
+    if (collection.loadOptions.autoRemoveDupWaves && !isSingleWave)
+        RemoveDuplicateWaves(collection);
     return true;
 }
 

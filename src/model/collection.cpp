@@ -5,11 +5,13 @@
 #include "model/free_numbers.h"
 #include "model/instrument.h"
 #include "model/record_text.h"
+#include "model/sample_source.h"
 #include "model/song.h"
 #include "model/synth_model.h"
 #include "model/waveform.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cassert>
 
@@ -59,28 +61,12 @@ constexpr MidiLocation FromBankMsbFirst(std::uint32_t key) noexcept
 }
 constexpr std::uint32_t kLocationMask = MidiLocation::kDrumBit * 2 - 1;
 
-std::uint32_t SortKey(const Item& item, SortMode mode) noexcept
-{
-    const std::uint32_t word = static_cast<const Instrument&>(item).location.word;
-    return mode == SortMode::ByLocation ? word : (word & MidiLocation::kSevenBits) << 15 | word >> 7;
-}
-
-bool ComesBefore(const Item& a, const Item& b, SortMode mode)
-{
-    const bool aIsInstrument = a.Kind() == ItemKind::Instrument;
-    if (aIsInstrument != (b.Kind() == ItemKind::Instrument))
-        return aIsInstrument;
-    if (aIsInstrument && mode != SortMode::ByName)
-        return SortKey(a, mode) < SortKey(b, mode);
-    return CompareNoCase(a.GetName(), b.GetName()) < 0;
-}
-
 } // namespace
 
 Collection::Collection() : TextItem(ItemKey{}, *this), host_(&SilentHost())
 {
     handle_ = TakeHandle(kKind);
-    map_.emplace(handle_, nullptr);
+    map_.Insert(handle_, nullptr);
     Link(*this);
     SetName(u"New collection");
 }
@@ -109,7 +95,7 @@ void Collection::Install(std::unique_ptr<Item> item, ItemHandle wanted)
     else
         RecordSerial(wanted);
     made.handle_ = wanted;
-    map_.emplace(wanted, std::move(item));
+    map_.Insert(wanted, std::move(item));
     Link(made);
 }
 
@@ -133,7 +119,7 @@ void Collection::Unlink(Item& item) noexcept
 
 Item* Collection::CreateItem(ItemHandle handle)
 {
-    if (handle.Serial() >= NO_WAVEFORM_YET || map_.contains(handle))
+    if (handle.Serial() >= NO_WAVEFORM_YET || map_.Contains(handle))
         return nullptr;
     const auto make = [&]<class T>(T*) -> Item* {
         auto item = std::make_unique<T>(ItemKey{}, *this);
@@ -150,8 +136,11 @@ Item* Collection::CreateItem(ItemHandle handle)
         return make(static_cast<Region*>(nullptr));
     case ItemKind::Layer:
         return make(static_cast<Layer*>(nullptr));
-    case ItemKind::Instrument:
-        return make(static_cast<Instrument*>(nullptr));
+    case ItemKind::Instrument: {
+        auto* instrument = make(static_cast<Instrument*>(nullptr));
+        static_cast<Instrument*>(instrument)->location.SetProgram(handle.Serial());
+        return instrument;
+    }
     case ItemKind::Track:
         return make(static_cast<Track*>(nullptr));
     case ItemKind::Song:
@@ -187,20 +176,20 @@ Item* Collection::CloneItem(const Item& source)
 
 void Collection::Destroy(ItemHandle handle)
 {
-    const auto found = map_.find(handle);
-    if (found == map_.end() || !found->second)
+    Item* item = handle != handle_ ? FindItem(handle) : nullptr;
+    if (item == nullptr)
         return;
-    found->second->OnDestroy(); // takes other items out of the map, never this one
-    Unlink(*found->second);
-    map_.erase(found);
+    item->OnDestroy(); // takes other items out of the map, never this one
+    Unlink(*item);
+    map_.Take(handle);
 }
 
 Item* Collection::FindItem(ItemHandle handle) const noexcept
 {
-    const auto found = map_.find(handle);
-    if (found == map_.end())
+    const std::unique_ptr<Item>* found = map_.Find(handle);
+    if (found == nullptr)
         return nullptr;
-    return found->second ? found->second.get() : &Owner();
+    return *found ? found->get() : &Owner();
 }
 
 void Collection::Clear()
@@ -249,18 +238,11 @@ bool Collection::Deserialize(ByteReader& in)
     return true;
 }
 
-void Collection::Sort(std::vector<Item*>& items, SortMode mode) const
-{
-    GetHost().SetStatus(u"Sorting instruments...");
-    std::stable_sort(items.begin(), items.end(),
-                     [mode](const Item* a, const Item* b) { return ComesBefore(*a, *b, mode); });
-    GetHost().SetStatus(u"Done: Sorted items!");
-}
-
 const ImportProcedure* Collection::FindImportProcedure(std::uint64_t id) const noexcept
 {
-    if (id == kGenericImport.id)
-        return &kGenericImport;
+    for (const ImportProcedure* own : {&kGenericImport, &kPairImport, &kChannelImport})
+        if (id == own->id)
+            return own;
     const auto found = std::find_if(procedures_.begin(), procedures_.end(),
                                     [id](const ImportProcedure* procedure) { return procedure->id == id; });
     return found != procedures_.end() ? *found : nullptr;

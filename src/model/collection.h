@@ -3,6 +3,8 @@
 
 #include "base/host.h"
 #include "model/features.h"
+#include "model/item_map.h"
+#include "model/load_options.h"
 #include "model/text_item.h"
 
 #include <array>
@@ -82,7 +84,7 @@ public:
     }
     std::size_t CountOf(ItemKind kind) const noexcept { return counts_[static_cast<std::size_t>(kind)]; }
     /// All items, the collection's own entry included.
-    std::size_t ItemCount() const noexcept { return map_.size(); }
+    std::size_t ItemCount() const noexcept { return map_.Size(); }
     template <class T>
     ItemsOf<T> All() const noexcept;
     /// The items of class T in a list of their own, for walks that create or destroy.
@@ -93,6 +95,9 @@ public:
     void Clear();
     /// Moves all items of `other` into this collection under new serials; nothing if it holds none.
     void Merge(Collection& other);
+    /// Becomes a copy of `other`, with equal handles: for work that may change items without touching the
+    /// user's. Samples that only exist in memory are copied, others stay where they are.
+    void CopyFrom(const Collection& other);
     /// Makes the MIDI locations of instruments unique: a clash raises the major bank first.
     void Validate() override;
     [[nodiscard]] bool EnsureData() override;
@@ -103,12 +108,15 @@ public:
     /// the number of items even if all names are equal. @return true if a name changed.
     bool MakeNamesUnique(ItemKind kind);
 
+    /// Brings the items of one kind into display order: what All and List give from then on.
+    void SortKind(ItemKind kind, SortMode mode);
     /// Items in display order: instruments first, by the mode, then everything else by name without regard to
     /// case.
     void Sort(std::vector<Item*>& items, SortMode mode) const;
 
     std::int32_t formatRow = -1; ///< row of the format table that it was loaded through
     FeatureMask features;
+    LoadOptions loadOptions;
     bool loading = false; ///< a reader or a state restore is running
     bool saving = false;  ///< a writer is running
 
@@ -135,8 +143,7 @@ private:
     template <class T>
     friend class ItemsOf;
 
-    std::unordered_map<ItemHandle, std::unique_ptr<Item>, ItemHandleHash>
-        map_; ///< null for the collection itself
+    ItemMap map_; ///< null for the collection itself
     std::array<Item*, kItemKinds> first_{};
     std::array<Item*, kItemKinds> last_{};
     std::array<std::size_t, kItemKinds + 1> counts_{};

@@ -5,6 +5,10 @@
 #include "model/synth_model.h"
 #include "model/waveform.h"
 
+#include <array>
+#include <bitset>
+#include <unordered_set>
+
 namespace vimbo {
 
 namespace {
@@ -90,6 +94,154 @@ bool IsConsistent(const Collection& collection, std::u16string* why)
     return checker.CheckKind<Waveform>() && checker.CheckKind<SynthModel>() && checker.CheckKind<Region>() &&
            checker.CheckKind<Layer>() && checker.CheckKind<Instrument>() && checker.CheckKind<Track>() &&
            checker.CheckKind<Song>() && checker.CheckKind<Collection>() && checker.CheckTotal();
+}
+
+namespace {
+
+template <class T>
+const char16_t* ChildFault(const T& item)
+{
+    for (std::size_t i = 0; i < item.Children().size(); ++i) {
+        const Item* child = item.Child(i);
+        if (child == nullptr)
+            return u"has a child that does not exist";
+        if (child->Kind() != ItemKind::Waveform && T::kKind != ItemKind::Collection &&
+            child->Parent() != item.Handle())
+            return u"has a child that belongs to another";
+    }
+    return nullptr;
+}
+
+bool FollowsFrom(const ArticulationBlock& block, const ArticulationBlock& above)
+{
+    for (ParamId id = 0; id < kArticulationParams; ++id)
+        if (!block.IsSet(id) && block[id] != above[id])
+            return false;
+    return true;
+}
+
+bool FollowsFrom(const TriggerParams& trigger, const TriggerParams& above)
+{
+    for (ParamId id = kFirstTriggerParam; id <= kLastTriggerParam; ++id)
+        if (!trigger.IsSet(id) && trigger.Get(id) != above.Get(id))
+            return false;
+    return true;
+}
+
+constexpr bool IsProperRange(MidiRange range) noexcept
+{
+    return range.low <= range.high && range.high <= 127;
+}
+
+/// Which cells of the plane of keys and velocities are taken.
+class Occupancy {
+public:
+    /// False if a cell was taken before.
+    bool Take(const TriggerParams& trigger)
+    {
+        for (unsigned key = trigger.keys.low; key <= trigger.keys.high; ++key)
+            for (unsigned velocity = trigger.velocities.low; velocity <= trigger.velocities.high;
+                 ++velocity) {
+                if (taken_[key].test(velocity))
+                    return false;
+                taken_[key].set(velocity);
+            }
+        return true;
+    }
+
+private:
+    std::array<std::bitset<128>, 128> taken_;
+};
+
+const char16_t* FixedUpFault(const Layer& layer)
+{
+    if (const Instrument* instrument = layer.ParentInstrument();
+        instrument != nullptr && !FollowsFrom(layer.articulation, instrument->articulation))
+        return u"differs from its instrument in a value that it does not set";
+    if (!IsProperRange(layer.trigger.keys) || !IsProperRange(layer.trigger.velocities))
+        return u"has a range out of order";
+    Occupancy plane;
+    for (const Region* region : layer.Regions()) {
+        if (!IsProperRange(region->trigger.keys) || !IsProperRange(region->trigger.velocities))
+            return u"has a region with a range out of order";
+        if (!plane.Take(region->trigger))
+            return u"has regions that overlap";
+    }
+    return nullptr;
+}
+
+bool LoopLiesInside(const LoopInfo& loop, std::uint32_t frames)
+{
+    return frames == 0 || (loop.start >= 0 && loop.start < loop.end && loop.end <= frames);
+}
+
+const char16_t* FixedUpFault(const Region& region)
+{
+    if (const Layer* layer = region.ParentLayer()) {
+        if (!FollowsFrom(region.articulation, layer->articulation))
+            return u"differs from its layer in a value that it does not set";
+        if (!FollowsFrom(region.trigger, layer->trigger))
+            return u"differs from its layer in a trigger value that it does not set";
+    }
+    const Waveform* wave = region.Wave();
+    if (wave == nullptr || wave->frames == 0)
+        return nullptr;
+    if (!LoopLiesInside(region.loop, wave->frames))
+        return u"has a loop outside its waveform";
+    if (region.startOffset < 0 || region.endOffset > 0 ||
+        static_cast<std::uint32_t>(region.startOffset) >= wave->frames)
+        return u"has an offset outside its waveform";
+    return nullptr;
+}
+
+const char16_t* FixedUpFault(const Waveform& wave)
+{
+    return LoopLiesInside(wave.loop, wave.frames) ? nullptr : u"has a loop outside its frames";
+}
+
+template <class T>
+const char16_t* FixedUpFault(const T&)
+{
+    return nullptr;
+}
+
+template <class T>
+bool IsKindFixedUp(const Collection& collection, std::u16string* why)
+{
+    for (const T& item : collection.All<T>()) {
+        const char16_t* fault = ChildFault(item);
+        if (fault == nullptr)
+            fault = FixedUpFault(item);
+        if (fault == nullptr)
+            continue;
+        if (why != nullptr)
+            *why = std::u16string(KindWord(static_cast<std::size_t>(T::kKind))).append(u" ").append(fault);
+        return false;
+    }
+    return true;
+}
+
+bool HasUniqueLocations(const Collection& collection, std::u16string* why)
+{
+    std::unordered_set<std::uint32_t> words;
+    for (const Instrument& instrument : collection.All<Instrument>())
+        if (!words.insert(instrument.location.word).second) {
+            if (why != nullptr)
+                *why = u"two instruments have one MIDI location";
+            return false;
+        }
+    return true;
+}
+
+} // namespace
+
+bool IsFixedUp(const Collection& collection, std::u16string* why)
+{
+    return IsConsistent(collection, why) && IsKindFixedUp<Waveform>(collection, why) &&
+           IsKindFixedUp<SynthModel>(collection, why) && IsKindFixedUp<Region>(collection, why) &&
+           IsKindFixedUp<Layer>(collection, why) && IsKindFixedUp<Instrument>(collection, why) &&
+           IsKindFixedUp<Track>(collection, why) && IsKindFixedUp<Song>(collection, why) &&
+           IsKindFixedUp<Collection>(collection, why) && HasUniqueLocations(collection, why);
 }
 
 } // namespace vimbo

@@ -15,4 +15,9 @@ namespace vimbo {
 /// @param why  if given, says what is wrong.
 bool IsConsistent(const Collection& collection, std::u16string* why = nullptr);
 
+/// Checks what holds after FixUpItems beside that: every child slot resolves, to an item whose parent is the
+/// holder; MIDI locations are unique; regions of one layer do not overlap, and lie in 0..127; every value
+/// without a mark equals that of the level above; loops and offsets lie inside their waveforms.
+bool IsFixedUp(const Collection& collection, std::u16string* why = nullptr);
+
 } // namespace vimbo

@@ -1,6 +1,7 @@
 #include "model/fix_up.h"
 
 #include "model/instrument.h"
+#include "model/load_actions.h"
 #include "model/song.h"
 #include "model/synth_model.h"
 #include "model/waveform.h"
@@ -16,6 +17,16 @@ void ValidateAll(const Collection& collection)
 {
     for (T* item : collection.List<T>())
         item->Validate();
+}
+
+/// Layers may destroy regions while they are validated, but never an item of their own kind.
+template <class T>
+void ValidateArticulated(const Collection& collection)
+{
+    for (T& item : collection.All<T>()) {
+        item.Validate();
+        item.articulation.Normalize(collection.features);
+    }
 }
 
 void ValidateWaveforms(const Collection& collection, AfterLoad afterLoad)
@@ -76,35 +87,102 @@ void Prune(Collection& collection, std::uint8_t mask)
     }
     std::sort(parents.begin(), parents.end());
     parents.erase(std::unique(parents.begin(), parents.end()), parents.end());
-    for (const ItemHandle handle : parents)
-        if (Item* parent = collection.FindItem(handle))
-            parent->Item::Validate();
+    for (const ItemHandle handle : parents) {
+        Item* parent = collection.FindItem(handle);
+        if (parent == nullptr)
+            continue;
+        parent->Item::Validate();
+        if (parent->Kind() == ItemKind::Layer)
+            static_cast<Layer*>(parent)->RebuildName();
+    }
+}
+
+void ValidateItems(Collection& collection, AfterLoad afterLoad)
+{
+    ValidateArticulated<Instrument>(collection);
+    ValidateArticulated<Layer>(collection);
+    ValidateArticulated<Region>(collection);
+    if (afterLoad == AfterLoad::Yes)
+        for (Region& region : collection.All<Region>())
+            region.DropEqualOverrides();
+    ValidateAll<SynthModel>(collection);
+    ValidateWaveforms(collection, afterLoad);
+    ValidateAll<Song>(collection);
+    ValidateAll<Track>(collection);
+}
+
+/// Slots of waveforms that are gone.
+template <class T>
+void DropDeadChildren(const Collection& collection)
+{
+    for (T& item : collection.All<T>())
+        static_cast<Item&>(item).Item::Validate();
+}
+
+void PruneItems(Collection& collection, std::uint8_t mask)
+{
+    const std::size_t waves = collection.CountOf(ItemKind::Waveform);
+    Prune<Waveform>(collection, mask);
+    Prune<SynthModel>(collection, mask);
+    Prune<Region>(collection, mask);
+    Prune<Layer>(collection, mask);
+    Prune<Instrument>(collection, mask);
+    Prune<Track>(collection, mask);
+    Prune<Song>(collection, mask);
+    if (collection.CountOf(ItemKind::Waveform) != waves) {
+        DropDeadChildren<SynthModel>(collection);
+        DropDeadChildren<Region>(collection);
+    }
+}
+
+/// What was marked as set although it equals what the level above says.
+void UnmarkRedundant(Collection& collection)
+{
+    UnmarkRedundantArticulation(collection);
+    for (Layer& layer : collection.All<Layer>())
+        layer.trigger.ClearRedundant(TriggerParams{});
+    for (Region& region : collection.All<Region>())
+        if (const Layer* layer = region.ParentLayer())
+            region.trigger.ClearRedundant(layer->trigger);
 }
 
 } // namespace
 
-void FixUpItems(Collection& collection, std::uint8_t pruneMask, AfterLoad afterLoad)
+void UnmarkRedundantArticulation(Collection& collection)
+{
+    for (Instrument& instrument : collection.All<Instrument>())
+        instrument.articulation.ClearRedundant(DefaultArticulation());
+    for (Layer& layer : collection.All<Layer>())
+        if (const Instrument* instrument = layer.ParentInstrument())
+            layer.articulation.ClearRedundant(instrument->articulation);
+    for (Region& region : collection.All<Region>())
+        if (const Layer* layer = region.ParentLayer())
+            region.articulation.ClearRedundant(layer->articulation);
+}
+
+void RebuildNames(Collection& collection)
+{
+    for (Region& region : collection.All<Region>())
+        region.RebuildName();
+    for (Layer& layer : collection.All<Layer>())
+        layer.RebuildName();
+}
+
+void FixUpItems(Collection& collection, std::uint8_t pruneMask, AfterLoad afterLoad, SourceHoldsStereo stereo)
 {
     Host& host = collection.GetHost();
     host.SetProgress(u"");
     host.SetStatus(u"Fixing up items...");
 
-    ValidateAll<Instrument>(collection);
-    ValidateAll<Layer>(collection);
-    ValidateAll<Region>(collection);
-    ValidateAll<SynthModel>(collection);
-    ValidateWaveforms(collection, afterLoad);
-    ValidateAll<Song>(collection);
-    ValidateAll<Track>(collection);
+    ValidateItems(collection, afterLoad);
+    PruneItems(collection, pruneMask);
+    if (afterLoad == AfterLoad::Yes)
+        UnmarkRedundant(collection);
+    MoveToPermittedLevels(collection);
+    if (afterLoad == AfterLoad::Yes)
+        CarryOutLoadOptions(collection, stereo);
 
-    Prune<Waveform>(collection, pruneMask);
-    Prune<SynthModel>(collection, pruneMask);
-    Prune<Region>(collection, pruneMask);
-    Prune<Layer>(collection, pruneMask);
-    Prune<Instrument>(collection, pruneMask);
-    Prune<Track>(collection, pruneMask);
-    Prune<Song>(collection, pruneMask);
-
+    RebuildNames(collection); // last, as they show what the steps before may change
     collection.Validate();
     host.SetStatus(u"");
 }

@@ -1,5 +1,5 @@
-// The pass that brings a collection into the form that the rest of the program relies on: after every load
-// and before every save.
+// The pass that brings a collection into the form that the rest of the program relies on: after every load,
+// before every save, and when the feature mask changed.
 #pragma once
 
 #include "model/collection.h"
@@ -15,11 +15,13 @@ constexpr std::uint8_t PruneBit(ItemKind kind) noexcept
     return static_cast<std::uint8_t>(1u << static_cast<unsigned>(kind));
 }
 
-/// Validates every item (instruments, layers, regions, synthesis models, waveforms, songs, tracks, the
-/// collection last) and destroys empty items of the kinds in the mask: waveforms without frames or with a
-/// channel count outside 1..2, synthesis models that lost all their waveforms, regions without a child,
-/// layers, instruments and songs without children. After a load, waveforms without a preferred data format
-/// get that of their source.
-void FixUpItems(Collection& collection, std::uint8_t pruneMask, AfterLoad afterLoad);
+/// Whether the source of a load can hold stereo waveforms; if it cannot, pairs of mono ones are joined.
+enum class SourceHoldsStereo : bool { No, Yes };
+
+/// In this order: validates and normalises every item; destroys empty items of the kinds in the mask; after a
+/// load, unmarks what says nothing; moves articulation to the levels that the feature mask permits; after a
+/// load, carries out the collection's load options. Without a load, a second pass changes nothing.
+void FixUpItems(Collection& collection, std::uint8_t pruneMask, AfterLoad afterLoad,
+                SourceHoldsStereo stereo = SourceHoldsStereo::Yes);
 
 } // namespace vimbo

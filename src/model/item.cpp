@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <new>
+#include <unordered_set>
 
 namespace vimbo {
 
@@ -27,6 +28,23 @@ bool CanBeParent(ItemKind parent, ItemKind child) noexcept
 {
     return parent != ItemKind::Collection && child != ItemKind::Waveform &&
            ChildHandle(parent, ItemHandle(child, 0)) == ItemHandle(child, 0);
+}
+
+/// Only damaged records list a child twice; lists of one, by far the most, cost nothing.
+bool HasDoubleSlots(const std::vector<ItemHandle>& slots)
+{
+    if (slots.size() < 2)
+        return false;
+    std::vector<ItemHandle> sorted = slots;
+    const auto isBefore = [](ItemHandle a, ItemHandle b) { return a.value < b.value; };
+    std::sort(sorted.begin(), sorted.end(), isBefore);
+    return std::adjacent_find(sorted.begin(), sorted.end()) != sorted.end();
+}
+
+void DropDoubleSlots(std::vector<ItemHandle>& slots)
+{
+    std::unordered_set<ItemHandle, ItemHandleHash> seen;
+    std::erase_if(slots, [&](ItemHandle slot) { return !seen.insert(slot).second; });
 }
 
 } // namespace
@@ -215,10 +233,23 @@ void Item::Validate()
         parent_ = NO_ITEM;
     for (ItemHandle& slot : children_) {
         slot = ChildHandle(Kind(), slot);
-        if (owner_->FindItem(slot) == nullptr)
+        if (!KeepsChild(slot))
             slot = NO_ITEM;
     }
     std::erase(children_, NO_ITEM);
+    if (HasDoubleSlots(children_))
+        DropDoubleSlots(children_);
+}
+
+/// A nested item belongs to one parent: one that has none is taken in, another's is not kept.
+bool Item::KeepsChild(ItemHandle child) const noexcept
+{
+    Item* item = owner_->FindItem(child);
+    if (item == nullptr || !CanBeParent(Kind(), item->Kind()))
+        return item != nullptr;
+    if (item->ParentItem() == nullptr)
+        item->parent_ = handle_;
+    return item->parent_ == handle_;
 }
 
 bool Item::EnsureData()

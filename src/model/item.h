@@ -68,7 +68,8 @@ public:
     virtual std::u16string_view GetName() const { return u"unnamed"; }
     /// The file that the item came from: its own, else its parent's, else "".
     virtual std::u16string_view GetSourcePath() const;
-    /// Drops child slots whose item is gone, and a parent that is gone; classes add their own repairs.
+    /// Drops a parent that is gone, and child slots whose item is gone, belongs to another parent, or was
+    /// listed before; classes add their own repairs.
     virtual void Validate();
     /// Brings all samples below into memory; false at the first failure.
     [[nodiscard]] virtual bool EnsureData();
@@ -101,6 +102,7 @@ protected:
 private:
     friend class Collection;
     friend Item* NextOfKind(const Item& item) noexcept;
+    bool KeepsChild(ItemHandle child) const noexcept;
     Collection* owner_;
     ItemHandle handle_;
     ItemHandle parent_ = NO_ITEM;

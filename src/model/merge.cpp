@@ -1,7 +1,10 @@
-// Moving the items of one collection into another.
+// Moving and copying the items of one collection into another.
 #include "model/collection.h"
 #include "model/free_numbers.h"
 #include "model/instrument.h"
+#include "model/song.h"
+#include "model/synth_model.h"
+#include "model/waveform.h"
 
 #include <limits>
 
@@ -30,20 +33,48 @@ void Collection::Merge(Collection& other)
             moving.push_back(item);
             table.Add(item->handle_, TakeHandle(item->Kind()));
         }
-    map_.reserve(map_.size() + moving.size()); // from here on memory cannot run out halfway
+    map_.Reserve(map_.Size() + moving.size()); // from here on memory cannot run out halfway
 
     for (Item* item : moving) {
-        auto node = other.map_.extract(item->handle_);
+        std::unique_ptr<Item> owned = other.map_.Take(item->handle_);
         other.Unlink(*item);
         item->TranslateHandles(table);
         item->handle_ = table(item->handle_);
         item->owner_ = this;
-        node.key() = item->handle_;
-        map_.insert(std::move(node));
+        map_.Insert(item->handle_, std::move(owned));
         Link(*item);
     }
     other.ClearChildren();
     Validate();
+}
+
+void Collection::CopyFrom(const Collection& other)
+{
+    if (&other == this)
+        return;
+    Clear();
+    CopyTexts(other);
+    formatRow = other.formatRow;
+    features = other.features;
+    loadOptions = other.loadOptions;
+    host_ = other.host_;
+    procedures_ = other.procedures_;
+    map_.Reserve(other.map_.Size());
+    const auto copyAll = [&]<class T>(T*) {
+        for (const T& source : other.All<T>()) {
+            auto copy = std::make_unique<T>(ItemKey{}, *this, source);
+            copy->parent_ = source.parent_;
+            Install(std::move(copy), source.handle_);
+        }
+    };
+    copyAll(static_cast<Waveform*>(nullptr));
+    copyAll(static_cast<SynthModel*>(nullptr));
+    copyAll(static_cast<Region*>(nullptr));
+    copyAll(static_cast<Layer*>(nullptr));
+    copyAll(static_cast<Instrument*>(nullptr));
+    copyAll(static_cast<Track*>(nullptr));
+    copyAll(static_cast<Song*>(nullptr));
+    children_ = other.children_;
 }
 
 } // namespace vimbo

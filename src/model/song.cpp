@@ -3,8 +3,8 @@
 #include "base/last_error.h"
 #include "model/collection.h"
 #include "model/record_text.h"
+#include "model/track_events.h"
 
-#include <algorithm>
 #include <limits>
 #include <new>
 
@@ -27,74 +27,12 @@ struct TrackRecord {
 };
 static_assert(DiskRecord<TrackRecord> && sizeof(TrackRecord) == 12);
 
-constexpr unsigned kMeta = 0xFF;
-
-/// Steps over the events of a track's block, for counting them. Running status holds for every status, system
-/// ones included; a claim that exceeds the block ends the walk.
-class EventSkipper {
-public:
-    explicit EventSkipper(std::span<const std::byte> block) noexcept : rest_(block) {}
-
-    /// False at the end of the block. An event counts as soon as a byte follows its delta time.
-    bool Next() noexcept
-    {
-        ReadNumber();
-        if (rest_.empty())
-            return false;
-        if (const unsigned byte = std::to_integer<unsigned>(rest_.front()); byte >= 0x80) {
-            status_ = byte;
-            Skip(1);
-        }
-        SkipBody();
-        return true;
-    }
-
-private:
-    void SkipBody() noexcept
-    {
-        if (status_ < 0xF0)
-            Skip((status_ & 0xE0) == 0xC0 ? 1 : 2); // program change and channel pressure have one byte
-        else if (status_ == 0xF1 || status_ == 0xF3)
-            Skip(1);
-        else if (status_ == 0xF2)
-            Skip(2);
-        else if (status_ == kMeta)
-            SkipMeta();
-        else if (status_ == 0xF0 || status_ == 0xF7)
-            Skip(ReadNumber());
-    }
-
-    void SkipMeta() noexcept
-    {
-        Skip(1);
-        Skip(ReadNumber());
-    }
-
-    /// Variable-length number of at most four bytes.
-    std::uint32_t ReadNumber() noexcept
-    {
-        std::uint32_t value = 0;
-        for (int i = 0; i < 4 && !rest_.empty(); ++i) {
-            const std::uint32_t byte = std::to_integer<std::uint32_t>(rest_.front());
-            Skip(1);
-            value = value << 7 | (byte & 0x7F);
-            if (byte < 0x80)
-                break;
-        }
-        return value;
-    }
-
-    void Skip(std::size_t count) noexcept { rest_ = rest_.subspan(std::min(count, rest_.size())); }
-
-    std::span<const std::byte> rest_;
-    unsigned status_ = 0;
-};
-
 std::uint32_t CountEvents(std::span<const std::byte> block) noexcept
 {
-    EventSkipper events(block);
+    EventWalk walk(block);
+    TrackEvent event;
     std::uint32_t count = 0;
-    while (events.Next())
+    while (walk.Next(event))
         ++count;
     return count;
 }
@@ -106,6 +44,11 @@ Song::Song(ItemKey key, Collection& owner) noexcept : TextItem(key, owner) {}
 Song::Song(ItemKey key, Collection& owner, const Song& source)
     : TextItem(key, owner, source), format(source.format), division(source.division)
 {
+}
+
+Track* Song::TrackAt(std::size_t index) const noexcept
+{
+    return static_cast<Track*>(Child(index));
 }
 
 void Song::Validate()

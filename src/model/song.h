@@ -5,6 +5,8 @@
 
 namespace vimbo {
 
+class Track;
+
 /// Its children are tracks, in file order; it owns them.
 class Song final : public TextItem {
 public:
@@ -17,6 +19,8 @@ public:
     std::uint16_t division =
         kDefaultDivision; ///< ticks per quarter note, or a file's SMPTE word as it stands
 
+    /// Null for a bad index and for a slot whose track is gone.
+    Track* TrackAt(std::size_t index) const noexcept;
     /// A division of 0 becomes 24, an empty name that of the collection.
     void Validate() override;
     void Serialize(ByteWriter& out) const override;

@@ -66,11 +66,9 @@ bool StartsWith(std::span<const std::byte> bytes, std::string_view start) noexce
 
 TextItem::TextItem(ItemKey key, Collection& owner) noexcept : Item(key, owner) {}
 
-TextItem::TextItem(ItemKey key, Collection& owner, const TextItem& source)
-    : Item(key, owner, source), image_(source.image_)
+TextItem::TextItem(ItemKey key, Collection& owner, const TextItem& source) : Item(key, owner, source)
 {
-    for (std::size_t i = 0; i < kTexts; ++i)
-        texts_[i].wide = source.texts_[i].wide;
+    CopyTexts(source);
 }
 
 TextItem::TextSlot* TextItem::Slot(std::uint16_t id) noexcept
@@ -187,6 +185,14 @@ bool TextItem::Deserialize(ByteReader& in)
         if (!in.Read(size) || !in.Take(size.Get(), bytes) || !TakeTextRecord(id.Get(), bytes))
             return Fail(kDamagedRecord);
     }
+}
+
+void TextItem::CopyTexts(const TextItem& source)
+{
+    ClearTexts();
+    for (std::size_t i = 0; i < kTexts; ++i)
+        texts_[i].wide = source.texts_[i].wide;
+    image_ = source.image_;
 }
 
 void TextItem::ClearTexts() noexcept

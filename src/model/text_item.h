@@ -36,6 +36,8 @@ public:
 protected:
     TextItem(ItemKey key, Collection& owner) noexcept;
     TextItem(ItemKey key, Collection& owner, const TextItem& source);
+    /// Takes all texts and the image.
+    void CopyTexts(const TextItem& source);
     /// Empties all texts and the image, without a default name.
     void ClearTexts() noexcept;
     /// "<collection>" or "<collection> 3"; instruments "<collection>: 3rd instrument"; songs and others the

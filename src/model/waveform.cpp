@@ -3,6 +3,8 @@
 #include "base/last_error.h"
 #include "base/numeric.h"
 #include "model/collection.h"
+#include "model/loop_convert.h"
+#include "model/sample_source.h"
 
 #include <algorithm>
 #include <cmath>
@@ -72,7 +74,7 @@ Waveform::Waveform(ItemKey key, Collection& owner, const Waveform& source)
       channels(source.channels), rootKey(source.rootKey), fineTune(source.fineTune), volume(source.volume),
       loop(source.loop), saveFormat(source.saveFormat), sourceOffset(source.sourceOffset),
       formatOffset(source.formatOffset), sourceBytes(source.sourceBytes), importProc(source.importProc),
-      sourceTag(source.sourceTag), markers(source.markers)
+      sourceTag(source.sourceTag), markers(source.markers), derived(source.derived)
 {
     for (Marker& marker : markers)
         marker.id = Marker::NextId();
@@ -86,6 +88,7 @@ Waveform::~Waveform() = default;
 void Waveform::SetSourceFormat(DataFormat format, std::uint32_t flags) noexcept
 {
     importProc = &kGenericImport;
+    derived = nullptr;
     sourceWord = (format == DataFormat::None ? 0 : FormatBit(format)) | flags;
     bits = static_cast<std::uint8_t>(DataFormatBits(format));
     const SaveFormat wish = SaveFormatOf(format);
@@ -109,7 +112,8 @@ std::unique_ptr<FileObject> Waveform::OpenSource() const
 {
     auto file = std::make_unique<FileObject>();
     const std::u16string_view path = GetSourcePath();
-    if (path.starts_with(u'<')) // made by the program, e.g. "<Clipboard>": there is no file
+    // Made by the program, e.g. "<Clipboard>": there is no file. Parts of derived sources open theirs.
+    if (path.starts_with(u'<') || IsDerivedImport(importProc))
         return file;
     if (!file->Open(path, FileMode::Read) || !file->Seek(sourceOffset)) {
         Fail(u"Could not open file");
@@ -150,8 +154,10 @@ std::span<float> Waveform::LockSamples()
 std::span<float> Waveform::LockSamplesForWrite()
 {
     const std::span<float> samples = LockSamples();
-    if (block_)
+    if (block_) {
         importProc = nullptr;
+        derived = nullptr;
+    }
     return samples;
 }
 
@@ -179,6 +185,7 @@ void Waveform::ReplaceBlock(SampleBlockRef block) noexcept
     channels = static_cast<std::uint8_t>(block_->Channels());
     rateHz = static_cast<std::uint32_t>(std::max(0, RoundToInt(double{block_->RateHz()})));
     importProc = nullptr;
+    derived = nullptr;
 }
 
 std::unique_ptr<FrameSource> Waveform::OpenFrames()
@@ -229,6 +236,20 @@ void Waveform::NormalizeMarkers()
         markers.resize(kMaxMarkers);
 }
 
+/// A loop that runs backwards becomes a forward one. Without its samples it stays as it is, to be tried
+/// again.
+void Waveform::PlayLoopForward()
+{
+    if (loop.type != LoopType::Reverse && loop.type != LoopType::Alternating)
+        return;
+    bool changed = false;
+    if (!ConvertLoop(*this, {.atLeast32 = false}, changed) || !changed)
+        return;
+    NormalizeLoop(loop, frames, Owner().features);
+    if (!Owner().features.Has(Feature::WaveLoopTuning))
+        loop.pitch = 0;
+}
+
 void Waveform::Validate()
 {
     TextItem::Validate();
@@ -246,6 +267,8 @@ void Waveform::Validate()
     NormalizeLoop(loop, frames, features);
     if (!features.Has(Feature::WaveLoopTuning))
         loop.pitch = 0;
+    if (!features.Has(Feature::WaveReverseLoops))
+        PlayLoopForward();
     NormalizeMarkers();
 
     if (saveFormat >= SaveFormat::Default)

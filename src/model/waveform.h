@@ -15,6 +15,7 @@
 namespace vimbo {
 
 class Waveform;
+struct DerivedSource;
 
 inline constexpr unsigned kMaxChannels = 2;
 inline constexpr std::uint32_t kMaxRateHz = 768000;
@@ -76,6 +77,8 @@ public:
     const ImportProcedure* importProc = nullptr;
     std::uint8_t sourceTag = 0; ///< private to the reader
     std::vector<Marker> markers;
+    /// What the samples are made of, for waveforms that read other sources (see sample_source.h); else null.
+    std::shared_ptr<const DerivedSource> derived;
 
     /// Describes plain sample data: sets the generic import, the source word, `bits` and `saveFormat`.
     void SetSourceFormat(DataFormat format, std::uint32_t flags) noexcept;
@@ -137,10 +140,14 @@ protected:
 
 private:
     void NormalizeMarkers();
+    void PlayLoopForward();
     std::unique_ptr<FileObject> OpenSource() const;
 
     SampleBlockRef block_;
 };
+
+/// A stereo waveform's name without its suffix: "Piano S", "Piano - s" and "Piano" are all "Piano".
+std::u16string_view WithoutStereoSuffix(std::u16string_view name) noexcept;
 
 /// Reads all frames of `source` into a fresh block: the last step of importers. On failure the waveform has
 /// none.

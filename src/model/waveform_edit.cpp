@@ -49,18 +49,6 @@ bool IsBlankOrDash(char16_t unit) noexcept
     return unit == u' ' || unit == u'-';
 }
 
-/// "Piano S", "Piano - s" and "Piano" are all "Piano".
-std::u16string_view WithoutStereoSuffix(std::u16string_view name) noexcept
-{
-    const std::size_t size = name.size();
-    if (size < 2 || (name[size - 1] != u'S' && name[size - 1] != u's') || !IsBlankOrDash(name[size - 2]))
-        return name;
-    name.remove_suffix(2);
-    while (name.ends_with(u' '))
-        name.remove_suffix(1);
-    return name;
-}
-
 /// Where a position goes when the frames [from, to) are taken out.
 struct Cut {
     std::uint32_t from, to;
@@ -96,6 +84,17 @@ void CutLoop(LoopInfo& loop, const Cut& cut, std::uint32_t framesAfter) noexcept
 }
 
 } // namespace
+
+std::u16string_view WithoutStereoSuffix(std::u16string_view name) noexcept
+{
+    const std::size_t size = name.size();
+    if (size < 2 || (name[size - 1] != u'S' && name[size - 1] != u's') || !IsBlankOrDash(name[size - 2]))
+        return name;
+    name.remove_suffix(2);
+    while (name.ends_with(u' '))
+        name.remove_suffix(1);
+    return name;
+}
 
 bool Waveform::ToMono(MonoMode mode, Waveform** second)
 {

@@ -10,7 +10,6 @@
 namespace vimbo {
 namespace {
 
-constexpr std::uint8_t kWholeNumberClass = 4;
 constexpr float kDefaultSaveFormat = 1;
 
 /// A loop point's row for users who do not want fractions.
@@ -19,7 +18,7 @@ const ParamRow& WholeFrameRow(std::uint16_t id) noexcept
     static const std::array<ParamRow, 2> kRows = [] {
         std::array<ParamRow, 2> rows = {WaveParamRow(kParamLoopStart), WaveParamRow(kParamLoopEnd)};
         for (ParamRow& row : rows)
-            row.editClass = kWholeNumberClass;
+            row.editClass = EditClass::Whole;
         return rows;
     }();
     return kRows[id == kParamLoopStart ? 0 : 1];

@@ -3,6 +3,7 @@
 #include "dsp/kernels/sample_convert.h"
 #include "model/collection.h"
 #include "model/record_text.h"
+#include "model/sample_source.h"
 #include "model/waveform.h"
 
 #include <algorithm>
@@ -163,6 +164,8 @@ void Waveform::Serialize(ByteWriter& out) const
     out.Write(U16le(static_cast<std::uint16_t>(count)));
     for (const Marker& marker : std::span(markers).first(count))
         WriteMarker(out, marker);
+    if (IsDerivedImport(importProc))
+        WriteDerived(out, derived != nullptr ? *derived : DerivedSource());
 }
 
 bool Waveform::Deserialize(ByteReader& in)
@@ -182,6 +185,13 @@ bool Waveform::Deserialize(ByteReader& in)
     std::vector<Marker> readMarkers;
     if (!ReadMarkers(in, readMarkers))
         return Fail(kDamagedRecord);
+    const ImportProcedure* const procedure = Owner().FindImportProcedure(source.procedureId.Get());
+    std::shared_ptr<const DerivedSource> readDerived;
+    if (IsDerivedImport(procedure)) {
+        readDerived = ReadDerived(in, *procedure, Owner());
+        if (readDerived == nullptr)
+            return false;
+    }
 
     frames = head.frames.Get();
     rateHz = head.rateHz.Get();
@@ -194,7 +204,8 @@ bool Waveform::Deserialize(ByteReader& in)
     saveFormat =
         static_cast<SaveFormat>(std::min(source.saveFormat, static_cast<std::uint8_t>(SaveFormat::Default)));
     sourceOffset = source.sourceOffset.Get();
-    importProc = Owner().FindImportProcedure(source.procedureId.Get());
+    importProc = procedure;
+    derived = std::move(readDerived);
     sourceTag = source.tag;
     formatOffset = reader.formatOffset.Get();
     sourceBytes = reader.sourceBytes.Get();

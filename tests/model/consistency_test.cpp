@@ -1,6 +1,7 @@
 #include "model/consistency.h"
 
 #include "model/fix_up.h"
+#include "model/stereo_pairs.h"
 #include "model_builders.h"
 
 #include <gtest/gtest.h>
@@ -48,7 +49,7 @@ public:
 
     void Step(Collection& items, Collection& other)
     {
-        switch (Roll(16)) {
+        switch (Roll(20)) {
         case 0:
         case 1:
             items.Create<Waveform>(u"w").frames = Roll(2);
@@ -77,7 +78,7 @@ public:
             MoveAny(items);
             break;
         case 12:
-            FixUpItems(items, static_cast<std::uint8_t>(Roll(128)), AfterLoad::Yes);
+            FixUp(items);
             break;
         case 13:
             items.MakeNamesUnique(static_cast<ItemKind>(Roll(7)));
@@ -85,6 +86,20 @@ public:
         case 14:
             ReplaceSound(items);
             break;
+        case 15:
+        case 16:
+            AddRegions(items);
+            break;
+        case 17:
+            Regroup(items);
+            break;
+        case 18: {
+            const Item* item = Any(items);
+            const auto id = static_cast<ParamId>(Roll(kParamLast + 1));
+            Any(items)->SetParam(id, static_cast<float>(Roll(300)) - 100);
+            Any(items)->ClearParam(id, item->GetParam(id));
+            break;
+        }
         default:
             Any(items)->Validate();
             break;
@@ -124,6 +139,61 @@ private:
         instrument.location.word = Roll(4);
         if (Roll(2) == 0)
             ReplaceSound(items);
+    }
+
+    void FixUp(Collection& items)
+    {
+        LoadOptions& options = items.loadOptions;
+        for (bool* option : {&options.autoMoveArticulation, &options.autoSplitStereo, &options.autoAppend32,
+                             &options.autoBid2Fwd, &options.autoCompactLayers})
+            *option = Roll(2) == 0;
+        FixUpItems(items, static_cast<std::uint8_t>(Roll(128)), Roll(2) == 0 ? AfterLoad::No : AfterLoad::Yes,
+                   Roll(2) == 0 ? SourceHoldsStereo::No : SourceHoldsStereo::Yes);
+        std::u16string why;
+        ASSERT_TRUE(IsFixedUp(items, &why)) << WideToUtf8(why);
+    }
+
+    void AddRegions(Collection& items)
+    {
+        const std::vector<Waveform*> waves = items.List<Waveform>();
+        const std::vector<Instrument*> instruments = items.List<Instrument>();
+        if (waves.empty() || instruments.empty())
+            return;
+        Instrument& instrument = *instruments[Roll(instruments.size())];
+        for (std::uint32_t n = Roll(4); n > 0; --n) {
+            const auto low = static_cast<std::uint8_t>(Roll(100));
+            Region& region = instrument.FindOrAddRegion(waves[Roll(waves.size())]->Handle(),
+                                                        {low, static_cast<std::uint8_t>(low + Roll(28))},
+                                                        {0, 127}, 60, static_cast<int>(Roll(4)) - 1);
+            region.articulation.Set(kArtPan, Roll(2) == 0 ? -1.0f : 1.0f);
+        }
+    }
+
+    void Regroup(Collection& items)
+    {
+        const std::vector<Instrument*> instruments = items.List<Instrument>();
+        if (instruments.empty())
+            return;
+        Instrument& instrument = *instruments[Roll(instruments.size())];
+        switch (Roll(6)) {
+        case 0:
+            instrument.CompactLayers(MoveParamsUp::Yes, KeepArticulation::No);
+            break;
+        case 1:
+            MergeStereoPairs(instrument, DeleteUnused::Yes);
+            break;
+        case 2:
+            SplitStereoToLayers(instrument);
+            break;
+        case 3:
+            RemoveDuplicateWaves(items);
+            break;
+        case 4:
+            UnifyRegionWaveSettings(items);
+            break;
+        default:
+            ClearRegionRanges(instrument);
+        }
     }
 
     void AddSong(Collection& items)
@@ -167,6 +237,8 @@ TEST(Collection, RandomEditsKeepItConsistent)
         Collection items, other;
         for (int step = 0; step < 250; ++step) {
             edits.Step(items, other);
+            if (HasFatalFailure())
+                FAIL() << "seed " << seed << " step " << step;
             if (step % 4 == 0)
                 edits.Step(other, items);
             std::u16string why;

@@ -78,7 +78,23 @@ void FillAllKinds(Collection& items)
     instrument.location.word = 0x2ABCDE;
     instrument.SetText(kTextArtist, u"Somebody");
     instrument.SetImage(MakeBytes({0xFF, 0xD8, 0, 0xFF, 0xFF}));
-    items.List<Layer>()[0]->SetName(u"Soft \u03A9");
+    instrument.articulation.Set(kArtCutoff, 1234);
+    instrument.channelFx[3] = {ChannelFxType::Phaser, {1, 2, 3}, {1.5F, -2, 3, 4, 5}};
+    Layer& layer = *items.List<Layer>()[0];
+    layer.SetName(u"Soft \u03A9");
+    layer.drum = true;
+    layer.trigger.Set(kParamHighKey, 100);
+    layer.articulation.Set(kArtVolume, -6);
+    Region& region = *items.List<Region>()[0];
+    region.trigger.Set(kParamDelay, 0.25F);
+    region.phaseGroup = 0x1234;
+    region.phaseMaster = 1;
+    region.overrideFlags = Region::kLoopEnd | Region::kRootKey;
+    region.rootKey = 61;
+    region.loop = {LoopType::Reverse, true, true, 16777217, 4294967295.0, -1.5F};
+    region.startOffset = 7;
+    region.endOffset = -100000;
+    region.articulation.Set(kArtPan, -0.25F);
     SynthModel& model = items.Create<SynthModel>(u"LA");
     EXPECT_TRUE(model.SetModel(1));
     model.SetWaveReference(5, wave.Handle());
@@ -144,7 +160,42 @@ TEST(Serialize, TextItemsAreLaidOutAsDocumented)
         0xFF, 0xFF,                                                   // end of texts
         0x33, 0x22, 0x11, 0,                                          // location
     });
-    EXPECT_EQ(Record(*instrument), expected);
+    const Bytes record = Record(*instrument);
+    ASSERT_EQ(record.size(), expected.size() + 780 + 96); // articulation, four effects
+    EXPECT_TRUE(std::equal(expected.begin(), expected.end(), record.begin()));
+}
+
+TEST(Serialize, RegionsAndEffectsAreLaidOutAsDocumented)
+{
+    Collection items;
+    auto* region = static_cast<Region*>(items.CreateItem(ItemHandle(ItemKind::Region, 1)));
+    region->trigger.Set(kParamHighKey, 9);
+    region->phaseGroup = 0x1234;
+    region->phaseMaster = 5;
+    region->overrideFlags = 0x21;
+    region->rootKey = 61;
+    region->startOffset = 0x010203;
+    region->endOffset = -2;
+    region->articulation.Set(kArtKeyToPitch, 0.5F);
+    const Bytes record = Record(*region);
+    const std::size_t trigger = 24 + 2; // head, empty name
+    ASSERT_EQ(record.size(), trigger + 28 + 5 + 15 + 8 + 780);
+    EXPECT_EQ(record[trigger + 1], std::byte{9});
+    EXPECT_EQ(record[trigger + 20], std::byte{2}); // the mark
+    const auto at = [&](std::size_t offset, std::size_t count) {
+        const auto begin = record.begin() + static_cast<std::ptrdiff_t>(offset);
+        return Bytes(begin, begin + static_cast<std::ptrdiff_t>(count));
+    };
+    EXPECT_EQ(at(trigger + 28, 5), MakeBytes({0x34, 0x12, 5, 0x21, 61}));
+    EXPECT_EQ(at(trigger + 48, 8), MakeBytes({3, 2, 1, 0, 0xFE, 0xFF, 0xFF, 0xFF}));
+    EXPECT_EQ(at(trigger + 60, 4), MakeBytes({0, 0, 0, 0x3F}));
+    EXPECT_EQ(at(trigger + 56 + 756, 8), MakeBytes({2, 0, 0, 0, 0, 0, 0, 0}));
+
+    auto* instrument = static_cast<Instrument*>(items.CreateItem(ItemHandle(ItemKind::Instrument, 1)));
+    instrument->channelFx[3] = {ChannelFxType::Phaser, {1, 2, 3}, {0.5F, 0, 0, 0, 1}};
+    const Bytes effects = Record(*instrument);
+    EXPECT_EQ(Bytes(effects.end() - 24, effects.end()),
+              MakeBytes({7, 1, 2, 3, 0, 0, 0, 0x3F, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x80, 0x3F}));
 }
 
 TEST(Serialize, AWholeCollectionComesBack)
@@ -204,6 +255,22 @@ TEST(Serialize, AWholeCollectionComesBack)
     EXPECT_EQ(instrument.location.word, 0x2ABCDEu);
     EXPECT_EQ(instrument.GetText(kTextArtist), u"Somebody");
     EXPECT_EQ(instrument.GetImage().size(), 5u);
+    EXPECT_EQ(instrument.articulation[kArtCutoff], 1234);
+    EXPECT_EQ(instrument.channelFx[3], items.List<Instrument>()[0]->channelFx[3]);
+    const Layer& layer = *restored.List<Layer>()[0];
+    EXPECT_TRUE(layer.drum);
+    EXPECT_EQ(layer.trigger, items.List<Layer>()[0]->trigger);
+    EXPECT_EQ(layer.articulation[kArtVolume], -6);
+    const Region& region = *restored.List<Region>()[0];
+    EXPECT_EQ(region.trigger.delaySeconds, 0.25F);
+    EXPECT_EQ(region.phaseGroup, 0x1234);
+    EXPECT_EQ(region.phaseMaster, 1);
+    EXPECT_EQ(region.overrideFlags, 17);
+    EXPECT_EQ(region.rootKey, 61);
+    EXPECT_EQ(region.loop, (LoopInfo{LoopType::Reverse, true, true, 16777217, 4294967295.0, -1.5F}));
+    EXPECT_EQ(region.startOffset, 7);
+    EXPECT_EQ(region.endOffset, -100000);
+    EXPECT_TRUE(region.articulation.IsSet(kArtPan));
     EXPECT_EQ(restored.List<Region>()[3]->Synth()->WaveReference(5), wave.Handle());
     const Song& song = *restored.List<Song>()[0];
     EXPECT_EQ(song.format, 2);

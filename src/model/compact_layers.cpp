@@ -1,0 +1,237 @@
+// Fewer layers for the same sound: merging, and moving triggers from regions to their layer.
+#include "model/key_velocity_grid.h"
+#include "model/levels.h"
+
+#include <algorithm>
+#include <bit>
+#include <unordered_map>
+
+namespace vimbo {
+namespace {
+
+constexpr ParamId kTriggerParams = kLastTriggerParam - kFirstTriggerParam + 1;
+
+constexpr std::uint64_t TriggerBit(ParamId id) noexcept
+{
+    return std::uint64_t{1} << (id - kFirstTriggerParam);
+}
+
+/// Exclusion stays with the regions.
+constexpr std::uint64_t kMovableTriggers = ((std::uint64_t{1} << kTriggerParams) - 1) &
+                                           ~TriggerBit(kParamExclusionGroup) &
+                                           ~TriggerBit(kParamNoteExclusionMode);
+
+/// An edge that not all regions agree on may lie on the wrong side of the other one, which moved.
+void OpenInvertedRange(TriggerParams& trigger, MidiRange& range, ParamId lowId, std::uint64_t moved) noexcept
+{
+    if (range.low <= range.high)
+        return;
+    const auto highId = static_cast<ParamId>(lowId + 1);
+    if ((moved & TriggerBit(lowId)) == 0) {
+        range.low = MidiRange{}.low;
+        trigger.Unmark(lowId);
+    }
+    if ((moved & TriggerBit(highId)) == 0) {
+        range.high = MidiRange{}.high;
+        trigger.Unmark(highId);
+    }
+}
+
+void MarkNonDefaults(TriggerParams& trigger) noexcept
+{
+    trigger.marks = 0;
+    trigger.MarkDifferences(TriggerParams{});
+}
+
+/// The trigger of a layer that holds exactly these regions: their common range and values.
+TriggerParams UnitedTrigger(const std::vector<Region*>& regions) noexcept
+{
+    TriggerParams united = regions.front()->trigger;
+    for (const Region* region : regions)
+        united.Unite(region->trigger);
+    united.Normalize(regions.front()->Owner().features);
+    MarkNonDefaults(united);
+    return united;
+}
+
+/// Moves the regions of the sources into the target. All of them keep their effective values.
+void Absorb(Layer& target, std::span<Layer* const> sources)
+{
+    for (Layer* source : sources) {
+        ForEachRegion(*source, [&](Region& region) {
+            region.SetParent(target.Handle());
+            target.AddChild(region.Handle());
+            MarkArticulation(region, target);
+        });
+        source->ClearChildren();
+    }
+    const std::vector<Region*> regions = target.Regions();
+    if (regions.empty())
+        return;
+    target.trigger = UnitedTrigger(regions);
+    for (Region* region : regions)
+        region->trigger.MarkDifferences(target.trigger);
+}
+
+void MoveAllUp(Layer& layer)
+{
+    layer.MoveTriggerUp();
+    if (layer.Owner().features.Has(Feature::ArticulationOnLayer))
+        layer.MoveArticulationUp(MoveUpMode::Individually);
+}
+
+/// A layer that stays, with the places that its regions and those of the layers it takes in occupy.
+struct KeptLayer {
+    Layer* layer;
+    KeyVelocityGrid grid;
+    std::vector<Layer*> absorbed;
+};
+
+/// Finds the first layer with room for each one.
+class LayerPacker {
+public:
+    void Place(Layer& layer)
+    {
+        std::vector<Zone> zones;
+        ForEachRegion(layer, [&](const Region& region) { zones.emplace_back(region.trigger); });
+        if (zones.empty())
+            return;
+        std::size_t index = FirstCandidate(zones);
+        while (index < kept_.size() && !HasRoom(kept_[index].grid, zones))
+            ++index;
+        if (index < kept_.size())
+            kept_[index].absorbed.push_back(&layer);
+        else
+            kept_.push_back({&layer, {}, {}});
+        for (const Zone& zone : zones)
+            kept_[index].grid.Add(zone);
+    }
+    std::span<const KeptLayer> Kept() const noexcept { return kept_; }
+
+private:
+    /// Kept layers only fill up: one that has no room for a place never will have, and is never asked again.
+    std::size_t FirstCandidate(const std::vector<Zone>& zones)
+    {
+        std::size_t candidate = 0;
+        for (const Zone& zone : zones) {
+            std::size_t& open = firstOpen_[zone.keys.low * KeyVelocityGrid::kSteps + zone.velocities.low];
+            while (open < kept_.size() && kept_[open].grid.Has(zone.keys.low, zone.velocities.low))
+                ++open;
+            candidate = std::max(candidate, open);
+        }
+        return candidate;
+    }
+    static bool HasRoom(const KeyVelocityGrid& grid, const std::vector<Zone>& zones) noexcept
+    {
+        return std::all_of(zones.begin(), zones.end(), [&](const Zone& zone) { return grid.IsFree(zone); });
+    }
+
+    std::vector<KeptLayer> kept_;
+    std::unordered_map<unsigned, std::size_t> firstOpen_; ///< by place: kept layers below have it occupied
+};
+
+std::uint64_t HashOf(const ArticulationBlock& block) noexcept
+{
+    std::uint64_t hash = 0xCBF29CE484222325; // FNV-1a over words
+    for (const float value : block.Values())
+        hash = (hash ^ std::bit_cast<std::uint32_t>(value + 0.0f)) * 0x100000001B3; // -0 is 0
+    return hash;
+}
+
+/// Layers that may merge, in order: all, or those of equal articulation.
+std::vector<std::vector<Layer*>> MergeableGroups(const Instrument& instrument, KeepArticulation keep)
+{
+    std::vector<std::vector<Layer*>> groups;
+    if (keep == KeepArticulation::No)
+        return {instrument.Layers()};
+    std::unordered_multimap<std::uint64_t, std::size_t> byHash;
+    ForEachLayer(instrument, [&](Layer& layer) {
+        const std::uint64_t hash = HashOf(layer.articulation);
+        const auto [first, last] = byHash.equal_range(hash);
+        const auto same = std::find_if(first, last, [&](const auto& entry) {
+            return groups[entry.second].front()->articulation.SameValues(layer.articulation);
+        });
+        if (same != last) {
+            groups[same->second].push_back(&layer);
+            return;
+        }
+        byHash.emplace(hash, groups.size());
+        groups.push_back({&layer});
+    });
+    return groups;
+}
+
+} // namespace
+
+void Layer::MoveTriggerUp()
+{
+    ForEachRegion(*this, [this](Region& region) { ResolveTrigger(region, *this); });
+    const std::vector<Region*> regions = Regions();
+    if (regions.empty())
+        return;
+    const TriggerParams& first = regions.front()->trigger;
+    TriggerParams difference;
+    for (const Region* region : regions) {
+        TriggerParams other = region->trigger;
+        other.marks = 0;
+        other.MarkDifferences(first);
+        difference.marks |= other.marks;
+    }
+    const std::uint64_t moved = kMovableTriggers & ~difference.marks;
+
+    TriggerParams raised = trigger;
+    raised.marks = ~moved;
+    raised.InheritFrom(first);
+    TriggerParams explicitly = raised;
+    MarkNonDefaults(explicitly);
+    raised.marks = (trigger.marks & ~moved) | (explicitly.marks & moved);
+    OpenInvertedRange(raised, raised.keys, kParamLowKey, moved);
+    OpenInvertedRange(raised, raised.velocities, kParamLowVelocity, moved);
+    raised.Normalize(Owner().features);
+    trigger = raised;
+    for (Region* region : regions) {
+        region->trigger.marks &= ~moved;
+        region->trigger.MarkDifferences(trigger); // what did not fit the layer's own range stays below
+    }
+    RebuildName();
+}
+
+std::size_t Instrument::CompactLayers(MoveParamsUp moveUp, KeepArticulation keepArticulation)
+{
+    AdoptChildren(*this);
+    ForEachLayer(*this, [](Layer& layer) { AdoptChildren(layer); });
+    ResolveLevels(*this);
+    if (moveUp == MoveParamsUp::Yes)
+        ForEachLayer(*this, MoveAllUp);
+    std::vector<Item*> gone;
+    for (const std::vector<Layer*>& group : MergeableGroups(*this, keepArticulation)) {
+        LayerPacker packer;
+        for (Layer* layer : group)
+            packer.Place(*layer);
+        for (const KeptLayer& kept : packer.Kept()) {
+            if (kept.absorbed.empty())
+                continue;
+            Absorb(*kept.layer, kept.absorbed);
+            kept.layer->Validate();
+            if (moveUp == MoveParamsUp::Yes)
+                MoveAllUp(*kept.layer);
+            gone.insert(gone.end(), kept.absorbed.begin(), kept.absorbed.end());
+        }
+    }
+    DestroyChildren(*this, gone);
+    return gone.size();
+}
+
+void MergeLayers(Layer& target, Layer& source)
+{
+    if (&target == &source)
+        return;
+    ResolveLevels(target);
+    ResolveLevels(source);
+    Layer* const sources[] = {&source};
+    Absorb(target, sources);
+    source.Owner().Destroy(source.Handle());
+    target.Validate();
+}
+
+} // namespace vimbo

@@ -1,0 +1,227 @@
+// Waveforms that are there twice.
+#include "base/text.h"
+#include "model/instrument.h"
+#include "model/sample_source.h"
+#include "model/stereo_pairs.h"
+#include "model/synth_model.h"
+
+#include <algorithm>
+#include <bit>
+#include <unordered_map>
+
+namespace vimbo {
+namespace {
+
+constexpr std::size_t kPieceSamples = 16384; // even
+constexpr std::uint64_t kHashStart = 0xCBF29CE484222325;
+
+/// FNV-1a over 32-bit words.
+void Mix(std::uint64_t& hash, std::uint32_t word) noexcept
+{
+    hash = (hash ^ word) * 0x100000001B3;
+    hash ^= hash >> 29; // low words reach the low bits, too
+}
+
+void Mix(std::uint64_t& hash, double value) noexcept
+{
+    const auto bits = std::bit_cast<std::uint64_t>(value + 0.0); // one zero
+    Mix(hash, static_cast<std::uint32_t>(bits));
+    Mix(hash, static_cast<std::uint32_t>(bits >> 32));
+}
+
+/// Of all that must agree beside the samples.
+std::uint64_t DescriptionHash(const Waveform& wave)
+{
+    std::uint64_t hash = kHashStart;
+    for (const char16_t unit : wave.GetName())
+        Mix(hash, std::uint32_t{FoldCase(unit)});
+    Mix(hash, wave.frames);
+    Mix(hash, wave.rateHz);
+    Mix(hash, std::uint32_t{wave.channels} << 16 | std::uint32_t{wave.rootKey} << 8 |
+                  static_cast<std::uint8_t>(wave.fineTune));
+    Mix(hash, double{wave.volume});
+    Mix(hash, static_cast<std::uint32_t>(wave.loop.type));
+    Mix(hash, double{wave.loop.pitch});
+    Mix(hash, wave.loop.start);
+    Mix(hash, wave.loop.end);
+    for (const Marker& marker : wave.markers)
+        Mix(hash, marker.position);
+    return hash;
+}
+
+bool IsDescribedAlike(const Waveform& a, const Waveform& b)
+{
+    const auto same = [](const Marker& one, const Marker& other) { return one.SameAs(other); };
+    return a.frames == b.frames && a.channels == b.channels && a.rateHz == b.rateHz &&
+           a.rootKey == b.rootKey && a.fineTune == b.fineTune && a.volume == b.volume && a.loop == b.loop &&
+           std::ranges::equal(a.markers, b.markers, same) && CompareNoCase(a.GetName(), b.GetName()) == 0;
+}
+
+/// Samples in pieces. A block that had to be built for it is released again.
+class Samples {
+public:
+    explicit Samples(Waveform& wave) : wave_(wave), hadBlock_(wave.HasBlock()), frames_(wave.OpenFrames()) {}
+    ~Samples()
+    {
+        frames_.reset();
+        if (!hadBlock_ && wave_.importProc != nullptr)
+            wave_.FreeSamples();
+    }
+    Samples(const Samples&) = delete;
+    Samples& operator=(const Samples&) = delete;
+
+    /// False if the samples cannot be read, or are fewer than described.
+    bool IsOpen() const noexcept
+    {
+        return frames_ != nullptr && frames_->Frames() == wave_.frames &&
+               frames_->Channels() == wave_.channels;
+    }
+    bool Read(std::uint32_t first, std::span<float> out) { return frames_->Read(first, out); }
+
+private:
+    Waveform& wave_;
+    bool hadBlock_;
+    std::unique_ptr<FrameSource> frames_;
+};
+
+/// Calls `take` with the first frame and the samples of every piece, until it answers false.
+/// @return true if all was taken
+template <class Take>
+bool ForEachPiece(const Waveform& wave, Take take)
+{
+    const std::uint32_t step = kPieceSamples / std::max<std::uint32_t>(wave.channels, 1);
+    for (std::uint64_t first = 0; first < wave.frames; first += step) {
+        const std::uint64_t frames = std::min<std::uint64_t>(step, wave.frames - first);
+        if (!take(static_cast<std::uint32_t>(first), static_cast<std::size_t>(frames) * wave.channels))
+            return false;
+    }
+    return true;
+}
+
+bool HashSamples(Waveform& wave, std::uint64_t& hash)
+{
+    Samples samples(wave);
+    if (!samples.IsOpen())
+        return false;
+    std::vector<float> piece(kPieceSamples);
+    hash = kHashStart;
+    return ForEachPiece(wave, [&](std::uint32_t first, std::size_t count) {
+        const auto out = std::span(piece).first(count);
+        if (!samples.Read(first, out))
+            return false;
+        for (const float value : out)
+            Mix(hash, std::bit_cast<std::uint32_t>(value));
+        return true;
+    });
+}
+
+bool HaveEqualSamples(Waveform& a, Waveform& b)
+{
+    Samples left(a), right(b);
+    if (!left.IsOpen() || !right.IsOpen())
+        return false;
+    std::vector<float> one(kPieceSamples), other(kPieceSamples);
+    return ForEachPiece(a, [&](std::uint32_t first, std::size_t count) {
+        const auto l = std::span(one).first(count), r = std::span(other).first(count);
+        const auto sameBits = [](float x, float y) {
+            return std::bit_cast<std::uint32_t>(x) == std::bit_cast<std::uint32_t>(y);
+        };
+        return left.Read(first, l) && right.Read(first, r) && std::ranges::equal(l, r, sameBits);
+    });
+}
+
+using Replacements = std::unordered_map<ItemHandle, ItemHandle, ItemHandleHash>;
+
+/// Waveforms that differ in nothing but their samples.
+class Alike {
+public:
+    explicit Alike(Waveform& first) : distinct_{&first} {}
+    const Waveform& First() const noexcept { return *distinct_.front(); }
+
+    /// The earlier waveform with the same samples; null if there is none, and `wave` joins the others then.
+    Waveform* FindOrAdd(Waveform& wave)
+    {
+        const auto near = std::span(distinct_).first(std::min(distinct_.size(), kSourcesCompared));
+        for (Waveform* earlier : near)
+            if (HasSameSource(*earlier, wave))
+                return earlier;
+        distinct_.push_back(&wave);
+        std::uint64_t hash = 0;
+        while (hashed_ + 1 < distinct_.size()) {
+            Waveform* const earlier = distinct_[hashed_++];
+            if (HashSamples(*earlier, hash))
+                bySamples_.emplace(hash, earlier);
+        }
+        ++hashed_;
+        if (!HashSamples(wave, hash))
+            return nullptr;
+        const auto [from, to] = bySamples_.equal_range(hash);
+        for (auto i = from; i != to; ++i)
+            if (HaveEqualSamples(*i->second, wave)) {
+                distinct_.pop_back();
+                --hashed_;
+                return i->second;
+            }
+        bySamples_.emplace(hash, &wave);
+        return nullptr;
+    }
+
+private:
+    /// Equal sources are looked for among the first few; beyond them the samples tell.
+    static constexpr std::size_t kSourcesCompared = 16;
+    std::vector<Waveform*> distinct_;
+    std::unordered_multimap<std::uint64_t, Waveform*> bySamples_; ///< of the first `hashed_` ones
+    std::size_t hashed_ = 0;
+};
+
+/// Waveforms with one hash of description; more than one kind only where hashes meet by chance.
+using Group = std::vector<Alike>;
+
+void Sort(Group& group, Waveform& wave, Replacements& replacements)
+{
+    const auto alike = std::ranges::find_if(
+        group, [&wave](const Alike& kind) { return IsDescribedAlike(kind.First(), wave); });
+    if (alike == group.end())
+        group.emplace_back(wave);
+    else if (const Waveform* earlier = alike->FindOrAdd(wave))
+        replacements.emplace(wave.Handle(), earlier->Handle());
+}
+
+void Replace(Collection& collection, const Replacements& replacements)
+{
+    const auto kept = [&replacements](ItemHandle wave) {
+        const auto found = replacements.find(wave);
+        return found != replacements.end() ? found->second : NO_ITEM;
+    };
+    for (Region& region : collection.All<Region>())
+        if (const Waveform* wave = region.Wave(); wave != nullptr && kept(wave->Handle()) != NO_ITEM)
+            region.SetSound(kept(wave->Handle()));
+    for (SynthModel& model : collection.All<SynthModel>()) {
+        for (std::size_t i = 0; i < model.Children().size(); ++i)
+            if (const ItemHandle wave = kept(ChildHandle(ItemKind::SynthModel, model.Children()[i]));
+                wave != NO_ITEM)
+                model.SetChild(i, wave);
+        for (std::size_t i = 0; i < SynthModel::kWaveReferences; ++i)
+            if (const ItemHandle wave = kept(model.WaveReference(i)); wave != NO_ITEM)
+                model.SetWaveReference(i, wave);
+    }
+}
+
+} // namespace
+
+std::size_t RemoveDuplicateWaves(Collection& collection)
+{
+    std::unordered_map<std::uint64_t, Group> groups;
+    Replacements replacements;
+    for (Waveform* wave : collection.List<Waveform>())
+        if (wave->frames != 0)
+            Sort(groups[DescriptionHash(*wave)], *wave, replacements);
+    if (replacements.empty())
+        return 0;
+    Replace(collection, replacements);
+    for (const auto& [gone, kept] : replacements)
+        collection.Destroy(gone);
+    return replacements.size();
+}
+
+} // namespace vimbo

@@ -1,0 +1,190 @@
+// What a region says in place of its waveform, and edits that reach many regions.
+#include "model/key_velocity_grid.h"
+#include "model/levels.h"
+#include "model/waveform.h"
+
+#include <unordered_map>
+
+namespace vimbo {
+namespace {
+
+/// Root key and loop of a region as it plays them, comparable between regions of one waveform.
+struct WaveSettings {
+    std::uint8_t rootKey;
+    LoopInfo loop;
+    friend bool operator==(const WaveSettings&, const WaveSettings&) noexcept = default;
+};
+
+WaveSettings SettingsOf(const Region& region, const Waveform& wave) noexcept
+{
+    WaveSettings settings{region.EffectiveRootKey(), GetEffectiveLoop(region)};
+    if (wave.frames != 0) // points behind the end are the end
+        NormalizeLoop(settings.loop, wave.frames, region.Owner().features);
+    return settings;
+}
+
+/// What the regions of one waveform were found to say so far.
+struct Verdict {
+    WaveSettings settings;
+    bool agree = true;
+    bool overridden = false;
+};
+
+/// Gives one axis of a region the full range. The layer's own range goes too; its other regions keep theirs.
+void ClearAxis(Region& region, Layer* layer, MidiRange TriggerParams::*axis, ParamId lowId)
+{
+    const auto clear = [=](TriggerParams& trigger) {
+        trigger.*axis = MidiRange{};
+        trigger.Unmark(lowId);
+        trigger.Unmark(static_cast<ParamId>(lowId + 1));
+    };
+    if (layer != nullptr && !(layer->trigger.*axis).IsFull()) {
+        clear(layer->trigger);
+        ForEachRegion(*layer, [&](Region& other) { other.trigger.MarkDifferences(layer->trigger); });
+    }
+    clear(region.trigger);
+}
+
+void ClearRanges(Region& region)
+{
+    Layer* layer = region.ParentLayer();
+    const TriggerParams before = region.trigger;
+    const auto isFree = [&](MidiRange keys, MidiRange velocities) {
+        return layer == nullptr || layer->HasNoOverlap(keys, velocities, &region);
+    };
+    const MidiRange full;
+    const bool both = isFree(full, full);
+    const bool keys = both || isFree(full, before.velocities);
+    if (keys)
+        ClearAxis(region, layer, &TriggerParams::keys, kParamLowKey);
+    if (both || (!keys && isFree(before.keys, full)))
+        ClearAxis(region, layer, &TriggerParams::velocities, kParamLowVelocity);
+    if (region.trigger == before)
+        return;
+    region.RebuildName();
+    if (layer != nullptr)
+        layer->RebuildName();
+}
+
+void ShiftRegion(Region& region, ParamId id, float step)
+{
+    if (id < kArticulationParams) {
+        if (region.articulation.IsSet(id))
+            region.articulation.Set(id, region.articulation[id] + step);
+    } else if (TriggerParams::IsId(id) && region.trigger.IsSet(id)) {
+        region.trigger.Set(id, region.trigger.Get(id) + step);
+        region.RebuildName();
+    }
+}
+
+void ShiftRegions(Layer& layer, ParamId id, float step)
+{
+    ForEachRegion(layer, [&](Region& region) { ShiftRegion(region, id, step); });
+    if (id == kArtPan)
+        layer.RebuildName();
+}
+
+} // namespace
+
+LoopInfo GetEffectiveLoop(const Region& region) noexcept
+{
+    const Waveform* wave = region.Wave();
+    if (wave == nullptr)
+        return region.loop;
+    LoopInfo loop = wave->loop;
+    if (region.Overrides(Region::kLoopType)) {
+        loop.type = region.loop.type;
+        loop.oneShot = region.loop.oneShot; // has no flag of its own
+    }
+    if (region.Overrides(Region::kLoopRelease))
+        loop.breakOnRelease = region.loop.breakOnRelease;
+    if (region.Overrides(Region::kLoopStart))
+        loop.start = region.loop.start;
+    if (region.Overrides(Region::kLoopEnd))
+        loop.end = region.loop.end;
+    if (region.Overrides(Region::kLoopPitch))
+        loop.pitch = region.loop.pitch;
+    return loop;
+}
+
+bool Region::DropEqualOverrides() noexcept
+{
+    const Waveform* wave = Wave();
+    if (wave == nullptr)
+        return false;
+    const std::uint8_t before = overrideFlags;
+    const auto dropIf = [this](bool equal, Override flag) {
+        if (equal)
+            overrideFlags &= static_cast<std::uint8_t>(~flag);
+    };
+    dropIf(rootKey == wave->rootKey, kRootKey);
+    dropIf(loop.type == wave->loop.type && loop.oneShot == wave->loop.oneShot, kLoopType);
+    dropIf(loop.breakOnRelease == wave->loop.breakOnRelease, kLoopRelease);
+    dropIf(loop.start == wave->loop.start, kLoopStart);
+    dropIf(loop.end == wave->loop.end, kLoopEnd);
+    dropIf(loop.pitch == wave->loop.pitch, kLoopPitch);
+    return overrideFlags != before;
+}
+
+void UnifyRegionWaveSettings(Collection& collection)
+{
+    std::unordered_map<const Waveform*, Verdict> verdicts;
+    for (const Region& region : collection.All<Region>()) {
+        const Waveform* wave = region.Wave();
+        if (wave == nullptr)
+            continue;
+        const WaveSettings settings = SettingsOf(region, *wave);
+        Verdict& verdict = verdicts.try_emplace(wave, Verdict{settings}).first->second;
+        verdict.agree = verdict.agree && verdict.settings == settings;
+        verdict.overridden = verdict.overridden || region.overrideFlags != 0;
+    }
+    for (Region& region : collection.All<Region>()) {
+        Waveform* wave = region.Wave();
+        if (wave == nullptr)
+            continue;
+        const Verdict& verdict = verdicts.at(wave);
+        if (!verdict.agree || !verdict.overridden)
+            continue;
+        wave->rootKey = region.rootKey = verdict.settings.rootKey;
+        wave->loop = region.loop = verdict.settings.loop;
+        region.overrideFlags = 0;
+    }
+}
+
+void ClearRegionRanges(Item& item)
+{
+    if (item.Kind() == ItemKind::Region) {
+        ClearRanges(static_cast<Region&>(item));
+        return;
+    }
+    if (item.Kind() == ItemKind::Collection) { // its list of children need not name everything it holds
+        for (Region& region : item.Owner().All<Region>())
+            ClearRanges(region);
+        return;
+    }
+    if (item.Kind() != ItemKind::Layer && item.Kind() != ItemKind::Instrument)
+        return;
+    for (std::size_t i = 0; i < item.Children().size(); ++i)
+        if (Item* child = item.Child(i))
+            ClearRegionRanges(*child);
+}
+
+void SetParamPropagatingDelta(Item& item, ParamId id, float value)
+{
+    const float before = item.GetParam(id);
+    item.SetParam(id, value);
+    const float step = item.GetParam(id) - before;
+    if (step == 0)
+        return;
+    if (item.Kind() == ItemKind::Layer)
+        ShiftRegions(static_cast<Layer&>(item), id, step);
+    if (item.Kind() != ItemKind::Instrument || id >= kArticulationParams)
+        return;
+    ForEachLayer(static_cast<Instrument&>(item), [&](Layer& layer) {
+        if (layer.articulation.IsSet(id))
+            layer.SetParam(id, layer.articulation[id] + step);
+        ShiftRegions(layer, id, step);
+    });
+}
+
+} // namespace vimbo

@@ -1,0 +1,144 @@
+// Stereo waveforms to pairs of mono ones in dual layers.
+#include "base/last_error.h"
+#include "model/instrument.h"
+#include "model/sample_source.h"
+#include "model/stereo_pairs.h"
+
+#include <algorithm>
+#include <unordered_map>
+
+namespace vimbo {
+namespace {
+
+/// What the regions of a stereo waveform play afterwards.
+struct Halves {
+    Waveform* left;
+    Waveform* right;
+};
+using HalvesOf = std::unordered_map<const Waveform*, Halves>;
+
+/// The image's two edges. The middle between them is the pan that the stereo sound had; one that was panned
+/// becomes narrower, as nothing can lie beyond the sides.
+float LeftPan(float pan) noexcept
+{
+    return -1 + 2 * std::max(pan, 0.0f);
+}
+
+float RightPan(float pan) noexcept
+{
+    return 1 + 2 * std::min(pan, 0.0f);
+}
+
+const Halves* Find(const HalvesOf& halves, const Region& region)
+{
+    const auto found = halves.find(region.Wave());
+    return found != halves.end() ? &found->second : nullptr;
+}
+
+void AddPartner(Layer& layer, Region& region, const Halves& halves)
+{
+    Region& partner = layer.Owner().Clone(region);
+    layer.AddChild(partner.Handle());
+    partner.SetParent(layer.Handle());
+    partner.SetSound(halves.right->Handle());
+    partner.phaseMaster = 0;
+    region.SetSound(halves.left->Handle());
+    const float pan = region.articulation[kArtPan];
+    region.articulation.Set(kArtPan, LeftPan(pan));
+    partner.articulation.Set(kArtPan, RightPan(pan));
+    region.RebuildName();
+    partner.RebuildName();
+}
+
+/// Regions whose waveform was split get partners in a new layer behind theirs.
+void SplitLayers(Instrument& instrument, const HalvesOf& halves)
+{
+    std::size_t place = 0;
+    for (Layer* layer : instrument.Layers()) {
+        ++place;
+        Layer* behind = nullptr;
+        for (Region* region : layer->Regions()) {
+            const Halves* const sides = Find(halves, *region);
+            if (sides == nullptr)
+                continue;
+            if (behind == nullptr) {
+                behind = &instrument.AddLayer(layer->GetName(), place++);
+                behind->trigger = layer->trigger;
+                behind->articulation = layer->articulation;
+                behind->drum = layer->drum;
+            }
+            AddPartner(*behind, *region, *sides);
+        }
+        if (behind != nullptr) {
+            layer->RebuildName();
+            behind->RebuildName();
+        }
+    }
+}
+
+bool SplitWave(Waveform& wave, HalvesOf& halves)
+{
+    if (Waveform* right = SplitStereo(wave)) {
+        halves.emplace(&wave, Halves{&wave, right});
+        return true;
+    }
+    wave.Owner().GetHost().ShowMessage(LastError(), u"Error!", MessageIcon::Error);
+    return false;
+}
+
+/// Stereo waveforms of one instrument, in the order of their first use, and how many regions of it play each.
+std::vector<Waveform*> StereoWavesOf(const Instrument& instrument,
+                                     std::unordered_map<const Waveform*, std::size_t>& uses)
+{
+    std::vector<Waveform*> waves;
+    for (const Layer* layer : instrument.Layers())
+        for (const Region* region : layer->Regions())
+            if (Waveform* wave = region->Wave(); wave != nullptr && wave->channels == 2)
+                if (++uses[wave] == 1)
+                    waves.push_back(wave);
+    return waves;
+}
+
+} // namespace
+
+std::size_t SplitStereoToLayers(Collection& collection)
+{
+    HalvesOf halves;
+    for (Waveform* wave : collection.List<Waveform>())
+        if (wave->channels == 2 && wave->frames != 0)
+            SplitWave(*wave, halves);
+    if (!halves.empty())
+        for (Instrument& instrument : collection.All<Instrument>())
+            SplitLayers(instrument, halves);
+    return halves.size();
+}
+
+std::size_t SplitStereoToLayers(Instrument& instrument)
+{
+    Collection& items = instrument.Owner();
+    std::unordered_map<const Waveform*, std::size_t> ownUses, allUses;
+    const std::vector<Waveform*> waves = StereoWavesOf(instrument, ownUses);
+    for (const Region& region : items.All<Region>())
+        if (const Waveform* wave = region.Wave(); wave != nullptr && ownUses.contains(wave))
+            ++allUses[wave];
+
+    HalvesOf halves;
+    for (Waveform* wave : waves) {
+        if (allUses[wave] == ownUses[wave]) {
+            SplitWave(*wave, halves);
+            continue;
+        }
+        // Other instruments go on playing the stereo waveform.
+        Waveform& copy = items.Clone(*wave);
+        HalvesOf ofCopy;
+        if (SplitWave(copy, ofCopy))
+            halves.emplace(wave, ofCopy.at(&copy));
+        else
+            items.Destroy(copy.Handle());
+    }
+    if (!halves.empty())
+        SplitLayers(instrument, halves);
+    return halves.size();
+}
+
+} // namespace vimbo
