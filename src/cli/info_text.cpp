@@ -2,6 +2,7 @@
 
 #include "base/text.h"
 #include "cli/display.h"
+#include "cli/music_text.h"
 #include "cli/report_json.h"
 
 #include <fmt/format.h>
@@ -29,29 +30,6 @@ void AddTexts(std::string& out, int indent, const TextItem& item)
         AddLine(out, indent, "image", fmt::format("{} bytes {}", image.size(), ImageMimeType(image)));
 }
 
-/// A frame position with at most two decimals.
-std::string Frames(double value)
-{
-    std::string text = fmt::format("{:.2f}", value);
-    text.erase(text.find_last_not_of('0') + 1);
-    if (text.ends_with('.'))
-        text.pop_back();
-    return text;
-}
-
-std::string LoopText(const LoopInfo& loop)
-{
-    if (loop.type == LoopType::Off)
-        return "off";
-    std::string text =
-        fmt::format("{} from {} to {}", LoopTypeWord(loop.type), Frames(loop.start), Frames(loop.end));
-    if (loop.breakOnRelease)
-        text += ", plays on at release";
-    if (loop.pitch != 0)
-        text += fmt::format(", {:+} semitones", loop.pitch);
-    return text;
-}
-
 void AddWaveform(std::string& out, std::size_t number, const Waveform& wave)
 {
     fmt::format_to(std::back_inserter(out), "  {}. {}\n", number, Printable(wave.GetName()));
@@ -68,6 +46,19 @@ void AddWaveform(std::string& out, std::size_t number, const Waveform& wave)
                     ? fmt::format("{} to {} {}", marker.position, marker.end, Printable(marker.name))
                     : fmt::format("{} {}", marker.position, Printable(marker.name)));
     AddTexts(out, 5, wave);
+}
+
+/// Nothing at all for kinds that the file does not hold.
+template <class T>
+void AddList(std::string& out, std::string_view label, const Collection& collection,
+             void (*add)(std::string&, std::size_t, const T&))
+{
+    if (collection.CountOf(T::kKind) == 0)
+        return;
+    AddLine(out, 2, label, std::to_string(collection.CountOf(T::kKind)));
+    std::size_t number = 0;
+    for (const T& item : collection.All<T>())
+        add(out, ++number, item);
 }
 
 } // namespace
@@ -87,6 +78,8 @@ std::string DescribeFileText(std::string_view file, const Collection& collection
     std::size_t number = 0;
     for (const Waveform& wave : collection.All<Waveform>())
         AddWaveform(out, ++number, wave);
+    AddList<Instrument>(out, "instruments", collection, AddInstrumentText);
+    AddList<Song>(out, "songs", collection, AddSongText);
     return out;
 }
 

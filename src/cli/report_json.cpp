@@ -3,17 +3,14 @@
 #include "base/text.h"
 #include "cli/display.h"
 #include "cli/format_lookup.h"
+#include "cli/music_json.h"
 
 #include <array>
-#include <charconv>
-#include <cmath>
 #include <utility>
 
 namespace vimbo::cli {
 
 namespace {
-
-constexpr double kWholeNumberLimit = 9007199254740992.0; // 2^53: doubles hold every whole number up to here
 
 constexpr std::array<std::pair<std::uint16_t, std::string_view>, 6> kTextKeys{{{kTextArtist, "artist"},
                                                                                {kTextComments, "comments"},
@@ -21,47 +18,6 @@ constexpr std::array<std::pair<std::uint16_t, std::string_view>, 6> kTextKeys{{{
                                                                                {kTextEngineer, "engineer"},
                                                                                {kTextProduct, "product"},
                                                                                {kTextSourcePath, "source"}}};
-
-/// A frame position: rounded to 0.01, and without decimals if it is whole.
-Json FrameNumber(double value)
-{
-    const double rounded = std::round(value * 100) / 100;
-    if (std::abs(rounded) < kWholeNumberLimit && rounded == std::floor(rounded))
-        return static_cast<std::int64_t>(rounded);
-    return rounded;
-}
-
-/// The shortest decimal number that means this float: 0.1, not 0.10000000149011612.
-Json ShortNumber(float value)
-{
-    if (value == std::floor(value) && std::abs(value) < 1e6f)
-        return static_cast<std::int64_t>(value);
-    std::array<char, 32> digits{};
-    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr;
-    double exact = 0;
-    std::from_chars(digits.data(), end, exact);
-    return exact;
-}
-
-Json TextsJson(const TextItem& item)
-{
-    Json texts = Json::object();
-    for (const auto& [key, text] : ListTexts(item))
-        texts[key] = text;
-    const auto image = item.GetImage();
-    if (!image.empty())
-        texts["image"] = {{"type", ImageMimeType(image)}, {"bytes", image.size()}};
-    return texts;
-}
-
-Json LoopJson(const LoopInfo& loop)
-{
-    return {{"type", LoopTypeWord(loop.type)},
-            {"start", FrameNumber(loop.start)},
-            {"end", FrameNumber(loop.end)},
-            {"release", loop.breakOnRelease ? "break" : "infinite"},
-            {"pitch", ShortNumber(loop.pitch)}};
-}
 
 Json MarkersJson(const Waveform& wave)
 {
@@ -151,6 +107,12 @@ Json DescribeFileJson(std::string_view file, const Collection& collection, int c
     json["waveforms"] = Json::array();
     for (const Waveform& wave : collection.All<Waveform>())
         json["waveforms"].push_back(WaveformJson(wave));
+    json["instruments"] = Json::array();
+    for (const Instrument& instrument : collection.All<Instrument>())
+        json["instruments"].push_back(InstrumentJson(instrument));
+    json["songs"] = Json::array();
+    for (const Song& song : collection.All<Song>())
+        json["songs"].push_back(SongJson(song));
     return json;
 }
 

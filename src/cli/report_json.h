@@ -2,9 +2,8 @@
 #pragma once
 
 #include "cli/convert_job.h"
+#include "cli/json_values.h"
 #include "formats/format_table.h"
-
-#include <nlohmann/json.hpp>
 
 #include <span>
 #include <string>
@@ -12,8 +11,6 @@
 #include <vector>
 
 namespace vimbo::cli {
-
-using Json = nlohmann::ordered_json;
 
 /// A loaded file. @param file path of the system; @param confidence percent
 Json DescribeFileJson(std::string_view file, const Collection& collection, int confidence);

@@ -29,7 +29,8 @@ TEST_F(ProgramTest, InfoDescribesAWaveformInJson)
     const json list = RunJson({"info", "--json", "loop.wav"});
     ASSERT_EQ(list.size(), 1u);
     const json& file = list[0];
-    EXPECT_EQ(KeysOf(file), (std::set<std::string>{"file", "format", "name", "texts", "waveforms"}));
+    EXPECT_EQ(KeysOf(file), (std::set<std::string>{"file", "format", "name", "texts", "waveforms",
+                                                   "instruments", "songs"}));
     EXPECT_EQ(file["file"], "loop.wav");
     EXPECT_EQ(file["name"], "loop");
     EXPECT_EQ(file["texts"]["source"], "loop.wav");
