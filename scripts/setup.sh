@@ -6,7 +6,8 @@ vimbo_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 vimbo_packages=(
     g++ cmake ninja-build ccache clang-14 libclang-rt-14-dev clang-format-14
     libfmt-dev libutfcpp-dev libcli11-dev nlohmann-json3-dev libgtest-dev libbenchmark-dev
-    sox ffmpeg sndfile-programs libspandsp-dev time
+    pkg-config libflac-dev libvorbis-dev libogg-dev
+    sox ffmpeg sndfile-programs flac vorbis-tools libspandsp-dev time
 )
 
 install_packages() {

@@ -93,6 +93,18 @@ bool CliHost::OpenExternally(std::u16string_view path)
     return ::posix_spawnp(&child, program.c_str(), nullptr, nullptr, arguments, environ) == 0;
 }
 
+void CliHost::NoteConversion(ConversionNote note)
+{
+    const std::lock_guard lock(mutex_);
+    notes_.push_back(std::move(note));
+}
+
+std::vector<ConversionNote> CliHost::TakeNotes()
+{
+    const std::lock_guard lock(mutex_);
+    return std::exchange(notes_, {});
+}
+
 std::vector<HostMessage> CliHost::TakeMessages()
 {
     const std::lock_guard lock(mutex_);

@@ -15,6 +15,7 @@ namespace vimbo::cli {
 struct HostAnswers {
     ReadAnswers read;
     bool openExternally = false; ///< may start the desktop's program for a file
+    bool wantsNotes = false;     ///< for a conversion report
 };
 
 struct HostMessage {
@@ -38,8 +39,11 @@ public:
     void SetProgress(std::u16string_view what, double fraction) override;
     bool IsCancelled() const override;
     [[nodiscard]] bool OpenExternally(std::u16string_view path) override;
+    void NoteConversion(ConversionNote note) override;
+    bool WantsNotes() const override { return answers_.wantsNotes; }
 
     std::vector<HostMessage> TakeMessages();
+    std::vector<ConversionNote> TakeNotes();
 
 private:
     void Keep(Severity severity, std::string text);
@@ -49,6 +53,7 @@ private:
     const HostAnswers answers_;
     std::mutex mutex_;
     std::vector<HostMessage> messages_;
+    std::vector<ConversionNote> notes_;
 };
 
 /// True if a person sits at both ends: standard input and standard error are terminals.

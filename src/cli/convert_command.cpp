@@ -3,6 +3,7 @@
 #include "cli/display.h"
 #include "cli/format_lookup.h"
 #include "cli/interrupt.h"
+#include "cli/notes_report.h"
 #include "cli/report_json.h"
 
 #include "base/text.h"
@@ -11,6 +12,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <map>
 #include <mutex>
 #include <set>
 
@@ -126,6 +128,28 @@ std::vector<JobResult> RunAll(const std::vector<PlannedJob>& jobs, const Convert
     return results;
 }
 
+/// What was kept, approximated and lost, file by file.
+std::string DescribeNotes(const std::vector<JobResult>& results)
+{
+    std::string text;
+    for (const JobResult& result : results)
+        for (const ConvertReport& report : result.reports)
+            if (report.status == ReportStatus::Converted)
+                text += Printable(report.output) + "\n" + NotesText(report.notes);
+    return text;
+}
+
+std::optional<AutoNaming> NamingOf(const std::string& mode)
+{
+    static const std::map<std::string, AutoNaming> kModes{
+        {"base-number", AutoNaming::BaseAndNumber}, {"number-base", AutoNaming::NumberAndBase},
+        {"base-name", AutoNaming::BaseAndName},     {"name", AutoNaming::Name},
+        {"number-name", AutoNaming::NumberAndName}, {"source", AutoNaming::SourceFile},
+        {"program", AutoNaming::ProgramAndName}};
+    const auto found = kModes.find(mode);
+    return found != kModes.end() ? std::optional(found->second) : std::nullopt;
+}
+
 /// Counts the outcomes; the lines of a dry run are added to `listing`.
 void Count(const std::vector<JobResult>& results, Counts& counts, std::string& listing)
 {
@@ -175,8 +199,15 @@ int RunConvert(const ConvertOptions& options, Console& console)
     plan.output = options.output;
     plan.outputIsFolder = options.output && MeansFolder(*options.output, options.inputs);
     plan.existing = RuleForExisting(options);
-    const ConvertRun run{type.row,        choice.choice,  plan.existing,
-                         options.answers, options.dryRun, SystemFileQueries()};
+    const ConvertRun run{.row = type.row,
+                         .choice = choice.choice,
+                         .existing = plan.existing,
+                         .answers = options.answers,
+                         .dryRun = options.dryRun,
+                         .wantsNotes = options.report || options.json,
+                         .naming = NamingOf(options.nameMode),
+                         .select = options.select,
+                         .queries = SystemFileQueries()};
 
     Counts counts;
     const InputList inputs = CollectInputs(options, plan.outputIsFolder, console, counts);
@@ -187,6 +218,8 @@ int RunConvert(const ConvertOptions& options, Console& console)
     Count(results, counts, output);
     const bool isSingleFile =
         options.inputs.size() == 1 && inputs.files.size() == 1 && inputs.files.front().isNamed;
+    if (options.report && !options.json)
+        output += DescribeNotes(results);
     if (options.json)
         output = ToText(DescribeReportsJson(results, type.row));
     else if (!options.dryRun && !isSingleFile && !console.IsQuiet())

@@ -5,9 +5,14 @@
 #include "base/text.h"
 #include "cli/display.h"
 #include "cli/interrupt.h"
+#include "cli/selection.h"
 #include "formats/format_choice.h"
 #include "formats/open.h"
 #include "formats/save.h"
+#include "formats/save_all.h"
+#include "model/fix_up.h"
+#include "model/instrument.h"
+#include "model/song.h"
 
 #include <exception>
 #include <system_error>
@@ -66,25 +71,48 @@ bool Load(const PlannedJob& job, const ConvertRun& run, Collection& collection)
                     run.answers.raw ? AllowRaw::Yes : AllowRaw::No);
 }
 
-/// The item that goes into a single file, null if each waveform needs a file of its own.
-Item* SingleRoot(Collection& collection, const FormatRow& row)
+/// The kind whose items go into the row's files: the row's own order of preference.
+ItemKind KindToWrite(const FormatRow& row, const Collection& collection) noexcept
 {
-    if ((row.kinds & kKindCollection) != 0 || collection.CountOf(ItemKind::Waveform) == 0)
-        return &collection;
-    if (collection.CountOf(ItemKind::Waveform) == 1)
-        return collection.List<Waveform>().front();
-    return nullptr;
+    if ((row.kinds & kKindInstrument) != 0 && collection.CountOf(ItemKind::Instrument) > 0)
+        return ItemKind::Instrument;
+    if ((row.kinds & (kKindWave | kKindCollection)) != 0 && collection.CountOf(ItemKind::Waveform) > 0)
+        return ItemKind::Waveform;
+    return (row.kinds & kKindSong) != 0 ? ItemKind::Song : ItemKind::Waveform;
 }
 
-std::vector<Target> WaveTargets(const PlannedJob& job, Collection& collection, const ConvertRun& run,
+std::vector<Item*> ItemsOfKind(const Collection& collection, ItemKind kind)
+{
+    const auto all = [](const auto& list) { return std::vector<Item*>(list.begin(), list.end()); };
+    if (kind == ItemKind::Instrument)
+        return all(collection.List<Instrument>());
+    return kind == ItemKind::Song ? all(collection.List<Song>()) : all(collection.List<Waveform>());
+}
+
+/// The item that goes into a single file, null if each item needs a file of its own.
+Item* SingleRoot(Collection& collection, const FormatRow& row, ItemKind kind)
+{
+    if ((row.kinds & kKindCollection) != 0 || collection.CountOf(kind) == 0)
+        return &collection;
+    return collection.CountOf(kind) == 1 ? ItemsOfKind(collection, kind).front() : nullptr;
+}
+
+fs::path OutputFor(const Item& item, std::size_t index, std::size_t count, const fs::path& output,
+                   const ConvertRun& run)
+{
+    if (!run.naming)
+        return NumberedOutput(output, index, count, item.GetName());
+    return WideToPath(AutoName(PathToWide(output.native()), item, *run.naming, SubFolders::No, index + 1));
+}
+
+std::vector<Target> ItemTargets(const PlannedJob& job, const std::vector<Item*>& items, const ConvertRun& run,
                                 ClaimTurn& turn)
 {
     std::vector<Target> targets;
     std::vector<fs::path> places;
-    const std::vector<Waveform*> waves = collection.List<Waveform>();
-    for (std::size_t i = 0; i < waves.size(); ++i) {
-        Target target{waves[i], job};
-        target.job.output = NumberedOutput(job.output, i, waves.size(), waves[i]->GetName());
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        Target target{items[i], job};
+        target.job.output = OutputFor(*items[i], i, items.size(), job.output, run);
         places.push_back(run.queries.placeOf(target.job.output));
         targets.push_back(std::move(target));
     }
@@ -133,7 +161,7 @@ bool MakeFolderFor(const fs::path& output)
 bool Write(Target& target, const ConvertRun& run, ConvertReport& report)
 {
     const fs::path& output = target.job.output;
-    const SaveOptions save{.lastUse = target.isLast};
+    const SaveOptions save{.lastUse = target.isLast, .isFixedUp = true};
     if (!MakeFolderFor(output) ||
         !SaveToPath(target.root, PathToWide(output.native()), run.row, run.choice, save))
         return false;
@@ -162,8 +190,9 @@ ConvertReport Convert(Target& target, const ConvertRun& run)
     ConvertReport report = ReportOf(target.job);
     if (target.job.state != JobState::Run)
         return report;
-    if (target.root->Kind() == ItemKind::Collection &&
-        target.root->Owner().CountOf(ItemKind::Waveform) == 0 && run.dryRun) {
+    const Collection& owner = target.root->Owner();
+    if (target.root->Kind() == ItemKind::Collection && owner.CountOf(ItemKind::Waveform) == 0 &&
+        owner.CountOf(ItemKind::Song) == 0 && run.dryRun) {
         report.error = "Empty item - nothing to save";
         return report;
     }
@@ -201,17 +230,28 @@ void ConvertFile(const PlannedJob& job, const ConvertRun& run, ClaimTurn& turn, 
     }
     if (HoldsNothing(job, collection))
         return LeaveOut(report, "Holds nothing to convert");
+    const FormatRow& row = *FindRow(run.row);
+    const ItemKind kind = KindToWrite(row, collection);
+    const std::vector<std::string> unmatched = KeepSelected(collection, run.select, kind);
+    if (!unmatched.empty()) {
+        report.error = "Nothing in it is called \"" + unmatched.front() + "\"";
+        return;
+    }
     result.reports.clear();
     std::vector<Target> targets;
-    if (Item* root = SingleRoot(collection, *FindRow(run.row)))
+    if (Item* root = SingleRoot(collection, row, kind))
         targets.push_back({root, job});
     else
-        targets = WaveTargets(job, collection, run, turn);
+        targets = ItemTargets(job, ItemsOfKind(collection, kind), run, turn);
     turn.Pass();
     if (!targets.empty())
         targets.back().isLast = true;
-    for (Target& target : targets)
+    if (!targets.empty() && !run.dryRun) // once for all of them
+        FixUpItems(collection, SavePruneMask(targets.front().root->Kind()), AfterLoad::No);
+    for (Target& target : targets) {
         result.reports.push_back(Convert(target, run));
+        result.reports.back().notes = host.TakeNotes();
+    }
 }
 
 } // namespace
@@ -221,7 +261,7 @@ JobResult RunConvertJob(const PlannedJob& job, std::size_t index, const ConvertR
 {
     JobResult result;
     ClaimTurn turn(claims, index);
-    CliHost host(console, index, {run.answers, false});
+    CliHost host(console, index, {run.answers, false, run.wantsNotes});
     try {
         ConvertFile(job, run, turn, host, result);
     } catch (const std::bad_alloc&) {

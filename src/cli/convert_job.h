@@ -5,6 +5,7 @@
 #include "cli/convert_plan.h"
 #include "cli/output_claims.h"
 #include "formats/format_table.h"
+#include "formats/save_all.h"
 
 #include <cstdint>
 #include <optional>
@@ -24,6 +25,7 @@ struct ConvertReport {
     std::string dataFormat;
     unsigned channels = 0;
     std::optional<std::uint64_t> bytes;
+    std::vector<ConversionNote> notes; ///< those of reading stand with the first file that was written
 };
 
 struct JobResult {
@@ -38,6 +40,9 @@ struct ConvertRun {
     Existing existing = Existing::Refuse;
     ReadAnswers answers;
     bool dryRun = false;
+    bool wantsNotes = false;
+    std::optional<AutoNaming> naming; ///< of the files of one bank; none: "<stem>-<NN>-<name>"
+    std::vector<std::string> select;
     FileQueries queries;
 };
 

@@ -47,6 +47,8 @@ void UnprotectAll(Options& options)
         Unprotect(input);
     if (options.convert.output)
         Unprotect(*options.convert.output);
+    for (std::string& word : options.convert.select)
+        Unprotect(word);
     for (std::string* text : {&options.convert.type, &options.convert.dataFormat, &options.formats.extension})
         Unprotect(*text);
 }
@@ -111,6 +113,25 @@ void AddConvertTarget(CLI::App& convert, ConvertOptions& options)
         ->check(CLI::Range(1.0, 10000.0).description(""));
 }
 
+void AddBankOptions(CLI::App& convert, ConvertOptions& options)
+{
+    convert
+        .add_option(
+            "--select", options.select,
+            "Take only the instruments, waveforms or songs of this name (* and ? match any text) or number")
+        ->type_name("NAME_OR_NUMBER");
+    convert
+        .add_option(
+            "--name-mode", options.nameMode,
+            "Names of the files of one bank: base-number, number-base, base-name, name, number-name, source, "
+            "program (default: base, number and name)")
+        ->type_name("MODE")
+        ->check(CLI::IsMember(
+                    {"base-number", "number-base", "base-name", "name", "number-name", "source", "program"})
+                    .description(""));
+    convert.add_flag("--report", options.report, "Tell what was kept, approximated and lost");
+}
+
 CLI::App* AddConvert(CLI::App& app, Options& all)
 {
     ConvertOptions& options = all.convert;
@@ -126,6 +147,7 @@ CLI::App* AddConvert(CLI::App& app, Options& all)
         ->add_option("-j,--jobs", options.jobs, "How many files to convert side by side (default: all cores)")
         ->type_name("N")
         ->check(CLI::Range(1, 1024).description(""));
+    AddBankOptions(*convert, options);
     convert->add_flag("-n,--dry-run", options.dryRun, "Only tell what would be written");
     convert->add_flag("--json", options.json, "Print a JSON array with a report per file");
     AddAnswers(*convert, options.answers);
@@ -134,7 +156,9 @@ CLI::App* AddConvert(CLI::App& app, Options& all)
                     "  vimbo convert kick.wav -t sw\n"
                     "  vimbo convert samples/ -t wav --data-format pcm24 -o converted/\n"
                     "  vimbo convert *.wav -t sw:big -o words/ --channels mono\n"
-                    "  vimbo convert dump.bin --raw -t wav -o dump.wav");
+                    "  vimbo convert dump.bin --raw -t wav -o dump.wav\n"
+                    "  vimbo convert bank.sf2 -t sf3 --report\n"
+                    "  vimbo convert bank.sf2 -t flac -o bank/ --name-mode name --select 'Grand*'");
     return convert;
 }
 

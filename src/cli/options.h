@@ -40,6 +40,9 @@ struct ConvertOptions {
     bool noClobber = false;
     bool dryRun = false;
     bool json = false;
+    bool report = false;             ///< tell what was kept, approximated and lost
+    std::string nameMode;            ///< how files of one bank are named; "" for the default
+    std::vector<std::string> select; ///< names or numbers of what is taken; none: all
     ReadAnswers answers;
 };
 

@@ -4,6 +4,7 @@
 #include "cli/display.h"
 #include "cli/format_lookup.h"
 #include "cli/music_json.h"
+#include "cli/notes_report.h"
 
 #include <array>
 #include <utility>
@@ -92,6 +93,7 @@ Json ReportJson(const ConvertReport& report, int row)
     json["dataFormat"] = report.dataFormat.empty() ? Json(nullptr) : Json(report.dataFormat);
     json["channels"] = report.channels == 0 ? Json(nullptr) : Json(report.channels);
     json["bytes"] = report.bytes ? Json(*report.bytes) : Json(nullptr);
+    json["report"] = NotesJson(report.notes);
     return json;
 }
 

@@ -1,8 +1,10 @@
 #include "formats/format_choice.h"
 
+#include "base/last_error.h"
 #include "base/text.h"
 
 #include <bit>
+#include <fmt/format.h>
 
 namespace vimbo {
 
@@ -211,9 +213,9 @@ DataFormat DescribeDataFormat(int row, const Item& item, std::u16string& text)
     ForEachWave(item, [&](const Waveform& wave) {
         float kbit = 0;
         const DataFormat format = PickDataFormat(wave, choice, kbit, entry->subFormats, variant);
-        mixed = mixed || (!first && (format != common || kbit != commonKbit));
+        mixed = mixed || (!first && format != common);
+        commonKbit = first || kbit == commonKbit ? kbit : 0; // several settings of one format
         common = format;
-        commonKbit = kbit;
         first = false;
     });
     if (first && std::has_single_bit(choice.caps & kDataFormatMask))
@@ -243,8 +245,16 @@ int DescribeChannelFormat(int row, const Item& item)
     return common;
 }
 
-std::unique_ptr<FrameSource> OpenFramesForWriter(Waveform& wave, const FormatChoice& choice)
+std::unique_ptr<FrameSource> OpenFramesForWriter(Waveform& wave, const FormatChoice& choice,
+                                                 std::uint32_t rateHz)
 {
+    if (rateHz != 0 && rateHz != wave.rateHz) {
+        Fail(Utf8ToWide(
+            fmt::format("The format wants {} Hz, and the waveform has {} Hz. Resampling on saving is "
+                        "not possible yet",
+                        rateHz, wave.rateHz)));
+        return nullptr;
+    }
     auto source = wave.OpenFrames();
     if (!source)
         return nullptr;

@@ -25,15 +25,18 @@ DataFormat PickDataFormat(const Waveform& wave, const FormatChoice& choice, floa
 DataFormat PickDataFormatForSet(std::span<const Waveform* const> waves, const FormatChoice& choice,
                                 float& kbit, SubFormatFn subFormats, std::uint32_t variant = 0);
 
-/// What "Auto" means for an item on this row. For a collection: the one format of all its waveforms, or None
-/// if they differ. `text` gets the name to show.
+/// What "Auto" means for an item on this row. For a set of waveforms: the one format of all, or None if they
+/// differ. `text` gets the name to show; "Compressed" if they only differ in their settings.
 DataFormat DescribeDataFormat(int row, const Item& item, std::u16string& text);
 /// 0 mixed, 1 mono, 2 stereo.
 int DescribeChannelFormat(int row, const Item& item);
 
 /// Opens the waveform's frames for a writer, with the number of channels that the choice allows. Reading
-/// tells the collection's host how far it has come. Null with
-/// the Last error text on failure.
-std::unique_ptr<FrameSource> OpenFramesForWriter(Waveform& wave, const FormatChoice& choice);
+/// tells the collection's host how far it has come.
+/// @param rateHz  the rate that the format wants; 0: the waveform's. Another rate than that is refused until
+/// there is a resampler.
+/// @return null with the Last error text on failure
+std::unique_ptr<FrameSource> OpenFramesForWriter(Waveform& wave, const FormatChoice& choice,
+                                                 std::uint32_t rateHz = 0);
 
 } // namespace vimbo

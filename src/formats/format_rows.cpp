@@ -18,6 +18,7 @@
 #include "formats/raw/raw.h"
 #include "formats/speech/speech.h"
 #include "formats/wave/wave.h"
+#include "formats/xiph/xiph.h"
 
 #include <array>
 
@@ -158,10 +159,10 @@ constexpr std::array<FormatRow, kFormatRowCount> kRows = {{
     {u"f64",        ReadRaw,          WriteRaw,       DetectNothing,       u"Floating point (64-bit)",                       kWave,      0x300080,  0x80,                                                     nullptr},
     {u"far",        nullptr,          nullptr,        nullptr,             u"Farandole module",                              kBank,      0,         0,                                                        nullptr},
     {u"fff",        nullptr,          nullptr,        nullptr,             u"Gravis UltraSound PnP",                         kBank,      0,         0,                                                        nullptr},
-    {u"flac",       nullptr,          nullptr,        nullptr,             u"Free lossless audio codec",                     kWave,      0,         0,                                                        nullptr},
-    {u"flac",       nullptr,          nullptr,        nullptr,             u"Free lossless audio codec (default)",           kWave,      0x30001F,  0,                                                        nullptr},
+    {u"flac",       ReadFlac,         nullptr,        DetectFlac,          u"Free lossless audio codec",                     kWave,      0,         0,                                                        nullptr},
+    {u"flac",       nullptr,          WriteFlac,      nullptr,             u"Free lossless audio codec (default)",           kWave,      0x30001F,  0,                                                        nullptr},
     // 110
-    {u"flac",       nullptr,          nullptr,        nullptr,             u"Free lossless audio codec (max comp)",          kWave,      0x30001F,  1,                                                        nullptr},
+    {u"flac",       nullptr,          WriteFlac,      nullptr,             u"Free lossless audio codec (max comp)",          kWave,      0x30001F,  1,                                                        nullptr},
     {u"fnk",        nullptr,          nullptr,        nullptr,             u"FunkTracker module",                            kBank,      0,         0,                                                        nullptr},
     {u"for",        nullptr,          nullptr,        nullptr,             u"Kurzweil Forte",                                kBank,      0,         0,                                                        nullptr},
     {u"fsb",        nullptr,          nullptr,        nullptr,             u"FMOD SoundSystem bank",                         kBank,      0,         0,                                                        nullptr},
@@ -346,7 +347,7 @@ constexpr std::array<FormatRow, kFormatRowCount> kRows = {{
     {u"nsmpproj",   nullptr,          nullptr,        nullptr,             u"Nord Sample Editor project",                    kInstrSet,  0x300075,  0,                                                        nullptr},
     {u"nvf",        nullptr,          nullptr,        nullptr,             u"Creative Labs Nomad",                           kWave,      0,         0,                                                        nullptr},
     {u"o01",        nullptr,          nullptr,        nullptr,             u"Typhoon voice",                                 kInstr,     0,         0,                                                        nullptr},
-    {u"ogg",        nullptr,          nullptr,        nullptr,             u"Ogg Vorbis",                                    kWave,      0x320000,  0,                                                        nullptr},
+    {u"ogg",        ReadOgg,          WriteOgg,       DetectOgg,           u"Ogg Vorbis",                                    kWave,      0x320000,  0,                                                        OggSubFormats},
     // 280
     {u"okt",        nullptr,          nullptr,        nullptr,             u"Oktalyzer module",                              kBank,      0,         0,                                                        nullptr},
     {u"opus",       nullptr,          nullptr,        nullptr,             u"Opus",                                          kWave,      0,         0,                                                        nullptr},

@@ -5,6 +5,7 @@
 #include "formats/raw/raw.h"
 #include "formats/speech/speech.h"
 #include "formats/wave/wave.h"
+#include "formats/xiph/xiph.h"
 #include "model/fix_up.h"
 #include "model/stereo_pairs.h"
 
@@ -205,7 +206,8 @@ bool OpenPath(Collection& collection, std::u16string_view path, OpenMode mode, A
 
 std::span<const ImportProcedure* const> AllImportProcedures() noexcept
 {
-    static constexpr std::array kProcedures{&kWaveImport, &kAsciiImport, &kSpeechImport};
+    static constexpr std::array kProcedures{&kWaveImport, &kAsciiImport, &kSpeechImport, &kFlacImport,
+                                            &kVorbisImport};
     return kProcedures;
 }
 

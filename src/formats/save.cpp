@@ -3,85 +3,293 @@
 #include "base/fit_name.h"
 #include "base/last_error.h"
 #include "base/text.h"
+#include "formats/export_set.h"
 #include "model/fix_up.h"
+#include "model/sample_source.h"
+#include "model/song.h"
+#include "model/stereo_pairs.h"
+#include "model/synth_model.h"
 
+#include <algorithm>
 #include <filesystem>
+#include <fmt/format.h>
+#include <new>
+#include <unordered_map>
 
 namespace vimbo {
 
 namespace {
 
 constexpr std::size_t kMaxNameUnits = 259;
+constexpr std::u16string_view kEmptyItem = u"Empty item - nothing to save";
+constexpr std::u16string_view kNoFormat = u"Invalid export format selected";
 
 class SavingScope {
 public:
-    explicit SavingScope(Collection& collection) noexcept : collection_(collection)
+    explicit SavingScope(Collection& collection) noexcept
+        : collection_(collection), before_(collection.saving)
     {
         collection_.saving = true;
     }
-    ~SavingScope() { collection_.saving = false; }
+    ~SavingScope() { collection_.saving = before_; }
     SavingScope(const SavingScope&) = delete;
     SavingScope& operator=(const SavingScope&) = delete;
 
 private:
     Collection& collection_;
+    bool before_;
 };
 
-bool IsSongLike(const Item& item) noexcept
+/// What an item is written as: parts of instruments and songs get one of their own.
+ItemKind WrittenKind(ItemKind kind) noexcept
 {
-    return item.Kind() == ItemKind::Song || item.Kind() == ItemKind::Track;
+    switch (kind) {
+    case ItemKind::SynthModel:
+    case ItemKind::Region:
+    case ItemKind::Layer:
+        return ItemKind::Instrument;
+    case ItemKind::Track:
+        return ItemKind::Song;
+    default:
+        return kind;
+    }
 }
 
+template <class Visit>
+bool AnyBelow(const Item& item, const Visit& visit)
+{
+    if (visit(item))
+        return true;
+    for (std::size_t i = 0; i < item.Children().size(); ++i)
+        if (const Item* child = item.Child(i); child != nullptr && AnyBelow(*child, visit))
+            return true;
+    return false;
+}
+
+bool HoldsSynthModel(const Item& root)
+{
+    if (root.Kind() == ItemKind::Collection)
+        return root.Owner().CountOf(ItemKind::SynthModel) > 0;
+    return AnyBelow(root, [](const Item& item) { return item.Kind() == ItemKind::SynthModel; });
+}
+
+bool IsStereo(const Item& item) noexcept
+{
+    return item.Kind() == ItemKind::Waveform && static_cast<const Waveform&>(item).channels > 1;
+}
+
+bool HoldsStereo(const Item& root)
+{
+    if (root.Kind() != ItemKind::Collection)
+        return AnyBelow(root, IsStereo);
+    const auto waves = root.Owner().All<Waveform>();
+    return std::any_of(waves.begin(), waves.end(), IsStereo);
+}
+
+/// What has to be done to an item before a row's writer can have it.
+struct SavePlan {
+    SavePlan(const Item& root, const FormatRow& row, const FormatChoice& choice)
+        : kind(WrittenKind(root.Kind())), wrap(kind != root.Kind()), holdsSynth(HoldsSynthModel(root)),
+          render(kind == ItemKind::Song && (row.caps & FormatBit(DataFormat::Midi)) == 0),
+          // Whoever wants mono gets mixed waveforms instead of pairs.
+          split((kind == ItemKind::Collection || kind == ItemKind::Instrument) &&
+                (choice.caps & kCapsDualMono) != 0 && HoldsStereo(root))
+    {
+    }
+    bool ChangesItems() const noexcept { return wrap || holdsSynth || render || split; }
+
+    ItemKind kind;
+    bool wrap, holdsSynth, render, split;
+};
+
 /// True if the row could find something of its kinds in the item.
-bool HasContentFor(const Item& root, const FormatRow& row) noexcept
+bool HasContentFor(const Item& root, const FormatRow& row, const SavePlan& plan) noexcept
 {
     const Collection& owner = root.Owner();
     const bool isCollection = root.Kind() == ItemKind::Collection;
     const bool holdsSongs = (row.caps & FormatBit(DataFormat::Midi)) != 0;
     if (holdsSongs || (isCollection && (row.kinds & kKindSong) != 0)) {
-        if (IsSongLike(root) || (isCollection && owner.CountOf(ItemKind::Song) > 0))
+        if (plan.kind == ItemKind::Song || (isCollection && owner.CountOf(ItemKind::Song) > 0))
             return true;
     }
     if (holdsSongs)
         return false;
-    if (root.Kind() == ItemKind::Waveform)
+    if (root.Kind() == ItemKind::Waveform || plan.wrap || plan.holdsSynth || plan.render)
         return true;
     return isCollection ? owner.CountOf(ItemKind::Waveform) > 0 : !root.Children().empty();
 }
 
-bool IsSameFile(std::u16string_view a, std::u16string_view b)
+Song& WrapInSong(const Track& track)
+{
+    Collection& owner = track.Owner();
+    const auto* from = static_cast<const Song*>(track.ParentItem());
+    Song& song = owner.Create<Song>(from != nullptr ? from->GetName() : track.GetName());
+    if (from != nullptr) {
+        song.format = from->format;
+        song.division = from->division;
+    }
+    Track& copy = owner.Clone(track);
+    copy.SetParent(song.Handle());
+    song.AddChild(copy.Handle());
+    return song;
+}
+
+/// The item that the writer gets in place of the user's, in a copy of the collection if that may not be
+/// changed. What was made beside goes with it.
+class PreparedRoot {
+public:
+    explicit PreparedRoot(Item& root) noexcept : owner_(&root.Owner()), root_(&root) {}
+    ~PreparedRoot()
+    {
+        for (const ItemHandle handle : temporary_)
+            owner_->Destroy(handle);
+    }
+    PreparedRoot(const PreparedRoot&) = delete;
+    PreparedRoot& operator=(const PreparedRoot&) = delete;
+
+    Item& Get() const noexcept { return *root_; }
+
+    void WorkOnCopy()
+    {
+        const bool isCollection = root_->Kind() == ItemKind::Collection;
+        const ItemHandle handle = root_->Handle();
+        copy_.CopyFrom(*owner_);
+        owner_ = &copy_;
+        root_ = isCollection ? &copy_ : copy_.FindItem(handle);
+    }
+
+    [[nodiscard]] bool Prepare(const SavePlan& plan, const SaveServices* services)
+    {
+        if (plan.wrap && plan.kind == ItemKind::Instrument)
+            Replace(WrapInInstrument(*root_));
+        else if (plan.wrap)
+            Replace(WrapInSong(static_cast<const Track&>(*root_)));
+        if (plan.render && !Render(services))
+            return Fail(u"Save aborted!");
+        if (plan.holdsSynth && !ConvertSynths(services))
+            return Fail(u"Failed to render synth to wave");
+        if (plan.split && root_->Kind() == ItemKind::Collection)
+            SplitStereoToLayers(*owner_);
+        else if (plan.split)
+            SplitStereoToLayers(static_cast<Instrument&>(*root_));
+        return true;
+    }
+
+private:
+    void Replace(Item& made)
+    {
+        temporary_.push_back(made.Handle());
+        root_ = &made;
+    }
+    bool Render(const SaveServices* services)
+    {
+        Waveform* wave = services != nullptr && services->renderSong
+                             ? services->renderSong(static_cast<Song&>(*root_))
+                             : nullptr;
+        if (wave != nullptr)
+            Replace(*wave);
+        return wave != nullptr;
+    }
+    bool ConvertSynths(const SaveServices* services) const
+    {
+        return services != nullptr && services->convertSynthModels && services->convertSynthModels(*root_);
+    }
+
+    Collection copy_;
+    Collection* owner_; ///< where the root lies
+    Item* root_;
+    std::vector<ItemHandle> temporary_;
+};
+
+bool IsSameFile(const std::filesystem::path& a, const std::filesystem::path& b)
 {
     std::error_code error;
-    return std::filesystem::equivalent(WideToPath(a), WideToPath(b), error) && !error;
+    return std::filesystem::equivalent(a, b, error) && !error;
 }
 
-/// Brings the samples that lie in the file about to be replaced into memory: afterwards they can't be fetched
-/// there.
-bool DetachFromTarget(Collection& owner, std::u16string_view path)
-{
-    for (Waveform& wave : owner.All<Waveform>()) {
-        if (!wave.importProc || wave.frames == 0 || !IsSameFile(wave.GetSourcePath(), path))
-            continue;
-        owner.GetHost().SetStatus(u"Reading waveforms...");
-        if (wave.LockSamplesForWrite().empty())
-            return false;
+/// Which of a collection's source files is the one given; each is looked at once.
+class SourceFinder {
+public:
+    explicit SourceFinder(std::u16string_view path) : target_(WideToPath(path)) {}
+    bool LiesThere(const Waveform& wave)
+    {
+        const std::vector<std::u16string> files = SourceFiles(wave);
+        return std::any_of(files.begin(), files.end(), [this](const std::u16string& file) {
+            const auto [known, isNew] = known_.try_emplace(file, false);
+            if (isNew)
+                known->second = IsSameFile(WideToPath(file), target_);
+            return known->second;
+        });
     }
-    return true;
+
+private:
+    std::filesystem::path target_;
+    std::unordered_map<std::u16string, bool> known_;
+};
+
+bool Write(Item& root, const FormatRow& row, std::u16string_view path, FormatChoice choice,
+           Collection* keepsSamples)
+{
+    Host& host = root.Owner().GetHost();
+    const SavingScope saving(root.Owner());
+    GuardedFile file;
+    if (!file.Create(path))
+        return Fail(u"Could not create file");
+    host.SetStatus(std::u16string(u"Writing: ").append(path));
+    if (!WriteThroughRow(row, root, file.File(), choice))
+        return false;
+    if (keepsSamples != nullptr && !DetachFromFile(*keepsSamples, file.File().Path()))
+        return false;
+    return file.Commit() || Fail(u"Couldn't write to file!");
 }
 
-char16_t LegalUnit(char16_t unit, bool isFirst, bool& drop) noexcept
+bool SaveSteps(Item& item, const FormatRow& row, std::u16string_view path, FormatChoice choice,
+               const SaveOptions& options)
 {
-    drop = false;
+    if (row.write == nullptr)
+        return Fail(kNoFormat);
+    choice.variant = row.variant;
+    Collection& owner = item.Owner();
+    const ItemHandle handle = item.Handle();
+    if (!options.isFixedUp)
+        FixUpItems(owner, SavePruneMask(item.Kind()), AfterLoad::No);
+    Item* root = owner.FindItem(handle);
+    if (root == nullptr) // it was empty, or covered by its neighbours
+        return Fail(kEmptyItem);
+
+    const SavingScope saving(owner);
+    const SavePlan plan(*root, row, choice);
+    if (!options.force && !HasContentFor(*root, row, plan))
+        return Fail(kEmptyItem);
+    PreparedRoot prepared(*root);
+    if (plan.ChangesItems() && !options.lastUse && !options.isPrivateCopy)
+        prepared.WorkOnCopy();
+    return prepared.Prepare(plan, options.services) &&
+           Write(prepared.Get(), row, path, choice, options.lastUse ? nullptr : &owner);
+}
+
+std::string SizeText(std::u16string_view path)
+{
+    constexpr double kKilobyte = 1024, kMegabyte = 0x100000;
+    std::error_code error;
+    const std::uintmax_t size = std::filesystem::file_size(WideToPath(path), error);
+    const auto bytes = error ? 0.0 : static_cast<double>(size);
+    if (bytes < kKilobyte)
+        return fmt::format("({:.0f} Bytes)", bytes);
+    if (bytes < kMegabyte)
+        return fmt::format("({:.1f} KB)", bytes / kKilobyte);
+    return fmt::format("({:.1f} MB)", bytes / kMegabyte);
+}
+
+/// Characters that are dropped at the start of a name and become "_" elsewhere.
+constexpr bool IsReserved(char16_t unit) noexcept
+{
+    return std::u16string_view(u"*./:?\\\x7F").find(unit) != std::u16string_view::npos;
+}
+
+constexpr char16_t LegalUnit(char16_t unit) noexcept
+{
     switch (unit) {
-    case u'*':
-    case u'.':
-    case u'/':
-    case u':':
-    case u'?':
-    case u'\\':
-    case 127:
-        drop = isFirst;
-        return u'_';
     case u'"':
         return u'\'';
     case u'|':
@@ -91,38 +299,113 @@ char16_t LegalUnit(char16_t unit, bool isFirst, bool& drop) noexcept
     case u'>':
         return u')';
     default:
-        break;
+        return unit < u' ' ? u'_' : unit;
     }
-    return unit < 32 ? u'_' : unit;
+}
+
+constexpr char LegalChar(char c) noexcept
+{
+    if (c == '"')
+        return '\'';
+    return static_cast<unsigned char>(c) < ' ' ? '_' : c;
+}
+
+/// Windows-1252.
+constexpr char UpperChar(char c) noexcept
+{
+    const auto code = static_cast<unsigned char>(c);
+    const bool isLower = (code >= 'a' && code <= 'z') || (code >= 0xE0 && code <= 0xFE && code != 0xF7);
+    if (c == ' ' || c == '.')
+        return '_';
+    return isLower ? static_cast<char>(code - 0x20) : c;
+}
+
+template <class Text, class Reserved, class Legal>
+Text MakeLegal(const Text& name, Reserved isReserved, Legal legal)
+{
+    Text out;
+    for (const auto unit : name.substr(0, kMaxNameUnits)) {
+        if (!isReserved(unit))
+            out += legal(unit);
+        else if (!out.empty())
+            out += '_';
+    }
+    if (out.empty())
+        for (const char c : {'n', 'o', 'n', 'a', 'm', 'e'})
+            out += static_cast<typename Text::value_type>(c);
+    return out;
+}
+
+/// The name in a field of `size` characters.
+template <class Text>
+Text Fitted(const Text& name, std::size_t size)
+{
+    Text field(std::min(size, kMaxNameUnits) + 1, 0);
+    field.resize(FitName(field, name, KeepTags::Yes, PadName::No, EndName::Yes));
+    return field;
 }
 
 } // namespace
 
-bool SaveToPath(Item* root, std::u16string_view path, int row, FormatChoice choice, SaveOptions options)
+std::uint8_t SavePruneMask(ItemKind kind) noexcept
 {
-    if (!root)
+    const auto written = static_cast<unsigned>(WrittenKind(kind));
+    return static_cast<std::uint8_t>(((1u << written) - 1) & kPruneAll);
+}
+
+bool DetachFromFile(Collection& collection, std::u16string_view path)
+{
+    if (std::error_code error; !std::filesystem::exists(WideToPath(path), error))
+        return true;
+    SourceFinder finder(path);
+    for (Waveform& wave : collection.All<Waveform>()) {
+        if (wave.importProc == nullptr || wave.frames == 0 || !finder.LiesThere(wave))
+            continue;
+        collection.GetHost().SetStatus(u"Reading waveforms...");
+        if (wave.LockSamplesForWrite().empty())
+            return false;
+    }
+    return true;
+}
+
+bool SaveThroughRow(Item& root, const FormatRow& row, std::u16string_view path, FormatChoice choice,
+                    const SaveOptions& options)
+{
+    try {
+        return SaveSteps(root, row, path, choice, options);
+    } catch (const std::bad_alloc&) {
+        return Fail(u"Out of memory");
+    }
+}
+
+bool SaveItem(Item* root, int row, std::u16string_view path, FormatChoice choice, const SaveOptions& options)
+{
+    if (root == nullptr)
         return Fail(u"No item selected");
     const FormatRow* entry = FindRow(row);
-    if (!entry || !entry->write)
-        return Fail(u"Invalid export format selected");
-    Collection& owner = root->Owner();
-    const auto kind = static_cast<unsigned>(root->Kind());
-    FixUpItems(owner, static_cast<std::uint8_t>(((1u << kind) - 1) & kPruneAll), AfterLoad::No);
-    const SavingScope saving(owner);
-    if (!options.force && !HasContentFor(*root, *entry))
-        return Fail(u"Empty item - nothing to save");
+    if (entry == nullptr)
+        return Fail(kNoFormat);
+    return SaveThroughRow(*root, *entry, path, choice, options);
+}
 
-    GuardedFile file;
-    if (!file.Create(path))
-        return Fail(u"Could not create file");
-    std::u16string status = u"Writing: ";
-    status += path;
-    owner.GetHost().SetStatus(status);
-    if (!WriteThroughRow(*entry, *root, file.File(), choice))
+bool SaveToPath(Item* root, std::u16string_view path, int row, FormatChoice choice, SaveOptions options)
+{
+    if (root == nullptr || !options.interactive)
+        return SaveItem(root, row, path, choice, options);
+    Collection& owner = root->Owner();
+    const bool isCollection = root->Kind() == ItemKind::Collection;
+    owner.GetHost().SetStatus(u"Saving...");
+    if (!SaveItem(root, row, path, choice, options)) {
+        owner.GetHost().SetStatus(u"Failed to Save.");
         return false;
-    if (!options.lastUse && !DetachFromTarget(owner, path))
-        return false;
-    return file.Commit() || Fail(u"Couldn't write to file!");
+    }
+    if (isCollection) {
+        owner.SetText(kTextSourcePath, path);
+        owner.formatRow = row;
+    }
+    const std::string size = SizeText(path);
+    owner.GetHost().SetStatus(std::u16string(u"Saved: ").append(path).append(u" ") + Utf8ToWide(size));
+    return true;
 }
 
 FormatChoice AutoChoice(int row) noexcept
@@ -132,19 +415,21 @@ FormatChoice AutoChoice(int row) noexcept
     return choice;
 }
 
-std::u16string SanitizeFileName(std::u16string_view name, std::size_t size)
+std::u16string SanitizeFileName(std::u16string_view name, std::size_t size, PlainLatin plainLatin)
 {
-    std::u16string legal;
-    for (char16_t unit : name.substr(0, kMaxNameUnits)) {
-        bool drop = false;
-        const char16_t kept = LegalUnit(unit, legal.empty(), drop);
-        if (!drop)
-            legal += kept;
-    }
-    if (legal.empty())
-        legal = u"noname";
-    std::u16string fitted(std::min(size, kMaxNameUnits) + 1, u'\0');
-    fitted.resize(FitName(fitted, legal, KeepTags::Yes, PadName::No, EndName::Yes));
+    const std::u16string wanted =
+        plainLatin == PlainLatin::Yes ? NarrowToWide(WideToNarrow(name)) : std::u16string(name);
+    return Fitted(MakeLegal(wanted, IsReserved, LegalUnit), size);
+}
+
+std::string SanitizeFileNameNarrow(std::string_view name, std::size_t size, UpperCase upperCase)
+{
+    const auto isReserved = [](char c) {
+        return c == '<' || c == '>' || IsReserved(static_cast<unsigned char>(c));
+    };
+    std::string fitted = Fitted(MakeLegal(std::string(name), isReserved, LegalChar), size);
+    if (upperCase == UpperCase::Yes)
+        std::transform(fitted.begin(), fitted.end(), fitted.begin(), UpperChar);
     return fitted;
 }
 

@@ -1,5 +1,6 @@
 #include "model/loop_convert.h"
 
+#include "base/last_error.h"
 #include "model/collection.h"
 #include "model/frame_pieces.h"
 #include "model/instrument.h"
@@ -190,8 +191,15 @@ std::size_t ConvertLoops(Collection& collection, const LoopConversions& conversi
     };
     std::size_t count = 0;
     for (Waveform& wave : collection.All<Waveform>()) {
+        LoopConversions wanted = conversions;
+        const std::span<Region* const> users = regionsOf(wave);
+        if (std::any_of(users.begin(), users.end(), // they would play the unrolled body in their own way
+                        [](const Region* region) { return region->Overrides(Region::kLoopType); }))
+            wanted.alternatingToForward = wanted.reverseToForward = false;
         bool changed = false;
-        if (Convert(wave, conversions, regionsOf, changed) && changed)
+        if (!Convert(wave, wanted, regionsOf, changed))
+            collection.GetHost().ShowMessage(LastError(), wave.GetName(), MessageIcon::Warning);
+        else if (changed)
             ++count;
     }
     return count;

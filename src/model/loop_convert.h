@@ -26,7 +26,9 @@ inline constexpr std::uint32_t kMinLoopFrames = 32;
 /// then
 [[nodiscard]] bool ConvertLoop(Waveform& wave, const LoopConversions& conversions, bool& changed);
 /// The same for all waveforms, in time that does not grow with waveforms times regions. Those that cannot be
-/// read stay as they are. @return the number of waveforms rewritten
+/// read stay as they are, and the host is told; where a region overrides the loop's type, the direction
+/// stays.
+/// @return the number of waveforms rewritten
 std::size_t ConvertLoops(Collection& collection, const LoopConversions& conversions);
 
 struct TrimAfterLoop {

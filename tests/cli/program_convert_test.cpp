@@ -147,7 +147,8 @@ TEST_F(ProgramTest, ReportsInTheOrderOfTheInputs)
                              {"row", 422},
                              {"dataFormat", "PCM 16-bit"},
                              {"channels", 2},
-                             {"bytes", 120}}));
+                             {"bytes", 120},
+                             {"report", json::array()}}));
     EXPECT_EQ(list[1]["status"], "failed");
     EXPECT_EQ(list[1]["error"], "Could not open file");
     EXPECT_EQ(list[1]["bytes"], nullptr);
