@@ -16,6 +16,7 @@
 #include "formats/container/zip.h"
 #include "formats/format_table.h"
 #include "formats/raw/raw.h"
+#include "formats/soundfont/soundfont.h"
 #include "formats/speech/speech.h"
 #include "formats/wave/wave.h"
 #include "formats/xiph/xiph.h"
@@ -444,7 +445,7 @@ constexpr std::array<FormatRow, kFormatRowCount> kRows = {{
     {u"s3p",        nullptr,          nullptr,        nullptr,             u"AKAI MESA II/PC S-series program",              kInstr,     0,         0,                                                        nullptr},
     {u"sam",        ReadRaw,          nullptr,        DetectNothing,       u"Signed 8-bit PCM",                              kWave,      0,         1,                                                        nullptr},
     {u"sb",         ReadRaw,          WriteRaw,       DetectNothing,       u"Signed bytes (8-bit)",                          kWave,      0x300001,  1,                                                        nullptr},
-    {u"sbk",        nullptr,          nullptr,        nullptr,             u"SoundFont v1",                                  kBank,      0x2100004, 1,                                                        nullptr},
+    {u"sbk",        ReadSoundFont,    nullptr,        DetectSoundFont,     u"SoundFont v1",                                  kBank,      0x2100004, 1,                                                        nullptr},
     {u"sbi",        nullptr,          nullptr,        nullptr,             u"Creative FM instrument",                        kInstr,     0,         0,                                                        nullptr},
     {u"sd",         nullptr,          nullptr,        nullptr,             u"Sound Designer I",                              kWave,      0,         0,                                                        nullptr},
     // 370
@@ -460,10 +461,10 @@ constexpr std::array<FormatRow, kFormatRowCount> kRows = {{
     {u"sdx",        nullptr,          nullptr,        nullptr,             u"SDX compact MIDI SDS",                          kWave,      0,         0,                                                        nullptr},
     // 380
     {u"sf",         nullptr,          nullptr,        nullptr,             u"IRCAM / MTU sound",                             kWave,      0,         0,                                                        nullptr},
-    {u"sf2",        nullptr,          nullptr,        nullptr,             u"SoundFont v2 bank",                             kBank,      0x2100014, 0,                                                        nullptr},
-    {u"sf2pack",    nullptr,          nullptr,        nullptr,             u"MIDI Converter Studio",                         kBank,      0,         0,                                                        nullptr},
-    {u"sf3",        nullptr,          nullptr,        nullptr,             u"Compressed SoundFont",                          kBank,      0x2120014, 3,                                                        nullptr},
-    {u"sfark",      nullptr,          nullptr,        nullptr,             u"Melody Machine SF",                             kBank,      0,         0,                                                        nullptr},
+    {u"sf2",        ReadSoundFont,    nullptr,        DetectSoundFont,     u"SoundFont v2 bank",                             kBank,      0x2100014, 0,                                                        nullptr},
+    {u"sf2pack",    ReadSoundFont,    nullptr,        DetectSoundFont,     u"MIDI Converter Studio",                         kBank,      0,         4,                                                        nullptr},
+    {u"sf3",        ReadSoundFont,    nullptr,        DetectSoundFont,     u"Compressed SoundFont",                          kBank,      0x2120014, 3,                                                        nullptr},
+    {u"sfark",      ReadSfArk,        nullptr,        DetectSfArk,         u"Melody Machine SF",                             kBank,      0,         0,                                                        nullptr},
     {u"sfd",        nullptr,          nullptr,        nullptr,             u"SoundStage data",                               kWave,      0,         0,                                                        nullptr},
     {u"sfi",        nullptr,          nullptr,        nullptr,             u"SoundStage info",                               kWave,      0,         0,                                                        nullptr},
     {u"sfr",        nullptr,          nullptr,        nullptr,             u"Sonic Foundry sample",                          kWave,      0,         0,                                                        nullptr},

@@ -3,6 +3,7 @@
 #include "base/last_error.h"
 #include "base/path.h"
 #include "formats/raw/raw.h"
+#include "formats/soundfont/soundfont.h"
 #include "formats/speech/speech.h"
 #include "formats/wave/wave.h"
 #include "formats/xiph/xiph.h"
@@ -206,8 +207,8 @@ bool OpenPath(Collection& collection, std::u16string_view path, OpenMode mode, A
 
 std::span<const ImportProcedure* const> AllImportProcedures() noexcept
 {
-    static constexpr std::array kProcedures{&kWaveImport, &kAsciiImport, &kSpeechImport, &kFlacImport,
-                                            &kVorbisImport};
+    static constexpr std::array kProcedures{&kWaveImport,   &kAsciiImport, &kSpeechImport, &kFlacImport,
+                                            &kVorbisImport, &kSm24Import,  &kPackedImport};
     return kProcedures;
 }
 

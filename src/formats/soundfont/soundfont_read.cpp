@@ -1,0 +1,344 @@
+// Reading SoundFont banks: presets to instruments, their zones to layers, the instruments' zones to regions.
+#include "base/last_error.h"
+#include "formats/soundfont/soundfont.h"
+#include "formats/soundfont/soundfont_samples.h"
+#include "formats/soundfont/soundfont_zones.h"
+#include "formats/wave/wave_texts.h"
+#include "model/key_velocity_grid.h"
+
+#include <algorithm>
+#include <optional>
+#include <unordered_map>
+
+namespace vimbo {
+namespace sf2 {
+namespace {
+
+/// More regions are no bank but an attempt to exhaust memory: few presets can name one instrument of many
+/// zones very often.
+constexpr std::size_t kMaxRegions = std::size_t{1} << 18;
+/// Regions on top of each other in one zone of a preset.
+constexpr std::size_t kMaxStacked = 512;
+constexpr unsigned kDrumBank = 128;
+constexpr std::uint16_t kVersion1 = 1;
+
+std::optional<MidiRange> Intersection(MidiRange a, MidiRange b) noexcept
+{
+    const MidiRange both{std::max(a.low, b.low), std::min(a.high, b.high)};
+    return both.low <= both.high ? std::optional(both) : std::nullopt;
+}
+
+struct ZoneHash {
+    std::size_t operator()(const Zone& zone) const noexcept
+    {
+        std::uint64_t hash = 0xCBF29CE484222325; // FNV-1a over words
+        const auto add = [&hash](std::int32_t word) {
+            hash = (hash ^ static_cast<std::uint32_t>(word)) * 0x100000001B3;
+            hash ^= hash >> 29;
+        };
+        std::ranges::for_each(zone.generators, add);
+        std::ranges::for_each(zone.slots, add);
+        return static_cast<std::size_t>(hash);
+    }
+};
+
+/// The articulations of an instrument's zones, many of which are equal. Sends depend on the instrument's
+/// effects, and few zones of other instruments are equal to these, so nothing is kept for the next one.
+class Articulations {
+public:
+    explicit Articulations(Instrument& instrument) noexcept : instrument_(instrument) {}
+    const ArticulationBlock& Of(const Zone& zone)
+    {
+        const auto [place, isNew] = blocks_.try_emplace(zone);
+        if (isNew) {
+            int lost = 0;
+            ZoneToArticulation(zone, place->second, &instrument_, &lost);
+            lostSends_ += static_cast<std::uint64_t>(lost);
+        }
+        return place->second;
+    }
+    std::uint64_t LostSends() const noexcept { return lostSends_; }
+
+private:
+    Instrument& instrument_;
+    std::unordered_map<Zone, ArticulationBlock, ZoneHash> blocks_;
+    std::uint64_t lostSends_ = 0;
+};
+
+/// The layers of one zone of a preset. Regions of a layer do not overlap; those that do, as the samples of a
+/// stereo pair, go to a further layer.
+class LayerStack {
+public:
+    LayerStack(Instrument& instrument, std::u16string_view name, const BankZone& preset) noexcept
+        : instrument_(instrument), name_(name), preset_(preset)
+    {
+    }
+
+    /// Null if the stack is full.
+    Layer* LayerFor(MidiRange keys, MidiRange velocities)
+    {
+        const vimbo::Zone zone(keys, velocities);
+        const auto free =
+            std::ranges::find_if(layers_, [&](const Place& at) { return at.grid.IsFree(zone); });
+        if (free != layers_.end()) {
+            free->grid.Add(zone);
+            return free->layer;
+        }
+        if (layers_.size() == kMaxStacked)
+            return nullptr;
+        layers_.push_back({&Add(), {}});
+        layers_.back().grid.Add(zone);
+        return layers_.back().layer;
+    }
+
+private:
+    struct Place {
+        Layer* layer;
+        KeyVelocityGrid grid;
+    };
+
+    Layer& Add()
+    {
+        Layer& layer = instrument_.AddLayer(name_);
+        const auto restrict = [&layer](MidiRange range, ParamId low, ParamId high) {
+            if (range.IsFull())
+                return;
+            layer.trigger.Set(low, range.low);
+            layer.trigger.Set(high, range.high);
+        };
+        restrict(preset_.keys, kParamLowKey, kParamHighKey);
+        restrict(preset_.velocities, kParamLowVelocity, kParamHighVelocity);
+        return layer;
+    }
+
+    Instrument& instrument_;
+    std::u16string_view name_;
+    const BankZone& preset_;
+    std::vector<Place> layers_;
+};
+
+class BankReader {
+public:
+    BankReader(Collection& items, const Tables& bank, std::vector<BankSample> samples)
+        : items_(items), bank_(bank), samples_(std::move(samples)), instruments_(Count(bank.instruments))
+    {
+    }
+
+    bool Read()
+    {
+        for (std::size_t i = 0; i < Count(bank_.presets); ++i)
+            if (!ReadPreset(i))
+                return Fail(u"The SoundFont bank has too many zones");
+        UnifyRegionWaveSettings(items_);
+        for (Region& region : items_.All<Region>())
+            region.DropEqualOverrides();
+        NoteLosses();
+        return true;
+    }
+
+private:
+    /// Without the terminal record.
+    template <class T>
+    static std::size_t Count(const std::vector<T>& records) noexcept
+    {
+        return records.empty() ? 0 : records.size() - 1;
+    }
+
+    bool ReadPreset(std::size_t index)
+    {
+        const PresetHeader& header = bank_.presets[index];
+        auto& instrument = items_.Create<Instrument>(NameOf(header.name));
+        instrument.location.word = 0;
+        const unsigned bank = header.bank.Get();
+        instrument.location.SetDrum(bank == kDrumBank);
+        instrument.location.SetBankMsb(bank);
+        instrument.location.SetProgram(header.preset.Get());
+        if ((header.library.Get() | header.genre.Get() | header.morphology.Get()) != 0)
+            ++presetsWithClasses_;
+        Articulations articulations(instrument);
+        for (const BankZone& preset : PresetZones(bank_, index, unplaced_))
+            if (preset.link < instruments_.size() && !ReadZone(instrument, preset, articulations))
+                return false;
+        lostSends_ += articulations.LostSends();
+        return true;
+    }
+
+    /// Many presets share an instrument.
+    const std::vector<BankZone>& ZonesOf(std::size_t instrument)
+    {
+        auto& zones = instruments_[instrument];
+        if (!zones)
+            zones = InstrumentZones(bank_, instrument, unplaced_);
+        return *zones;
+    }
+
+    bool ReadZone(Instrument& instrument, const BankZone& preset, Articulations& articulations)
+    {
+        const std::u16string name = NameOf(bank_.instruments[preset.link].name);
+        LayerStack layers(instrument, name, preset);
+        for (const BankZone& zone : ZonesOf(preset.link)) {
+            const auto keys = Intersection(zone.keys, preset.keys);
+            const auto velocities = Intersection(zone.velocities, preset.velocities);
+            if (zone.link >= samples_.size() || samples_[zone.link].wave == nullptr || !keys || !velocities)
+                continue;
+            if (++regions_ > kMaxRegions)
+                return false;
+            Layer* layer = layers.LayerFor(*keys, *velocities);
+            if (layer == nullptr) {
+                ++stackedTooHigh_;
+                continue;
+            }
+            Region& region = layer->AddRegion(samples_[zone.link].wave->Handle(), *keys, *velocities);
+            const BankSample& sample = samples_[zone.link];
+            Zone sum = SumOf(zone, preset, bank_.major);
+            if (sample.side != BankSample::Side::None)
+                sum.generators[kGenPan] = 0; // the side decides
+            region.articulation = articulations.Of(sum);
+            ApplySample(region, zone, sample);
+        }
+        return true;
+    }
+
+    void ApplySample(Region& region, const BankZone& zone, const BankSample& sample)
+    {
+        Waveform& wave = *sample.wave;
+        ArticulationBlock& block = region.articulation;
+        if (sample.side != BankSample::Side::None)
+            block.Set(kArtPan, sample.side == BankSample::Side::Left ? -1.0f : 1.0f);
+        if (sample.isUnpitched && block[kArtKeyToPitch] == 1)
+            block.Set(kArtKeyToPitch, 0);
+        region.rootKey = static_cast<std::uint8_t>(RootKeyOf(zone, wave.rootKey, bank_.major));
+        region.overrideFlags = Region::kAllOverrides;
+        SetLoop(region, zone.sample, wave);
+        SetOffsets(region, zone.sample);
+        if (zone.sample.exclusiveClass != 0)
+            region.trigger.Set(kParamExclusionGroup, static_cast<float>(zone.sample.exclusiveClass));
+        FixNote(region, zone.sample);
+    }
+
+    /// All overrides are set here and compared with the waveform in the end, as its loop may still change.
+    static void SetLoop(Region& region, const SampleSettings& settings, Waveform& wave) noexcept
+    {
+        LoopInfo loop = wave.loop;
+        const double length = wave.frames;
+        loop.start = std::clamp(loop.start + settings.loopStartOffset, 0.0, length);
+        loop.end = std::clamp(loop.end + settings.loopEndOffset, 0.0, length);
+        const bool isLooped = settings.modes % 2 == 1 && loop.end - loop.start >= 1;
+        loop.type = isLooped ? LoopType::Forward : LoopType::Off;
+        loop.breakOnRelease = isLooped && settings.modes == 3;
+        loop.oneShot = settings.modes == 2;
+        region.loop = loop;
+        if (isLooped && wave.loop.type == LoopType::Off)
+            wave.loop = loop;
+    }
+
+    void SetOffsets(Region& region, const SampleSettings& settings) noexcept
+    {
+        region.startOffset = std::max(settings.startOffset, 0);
+        region.endOffset = std::min(settings.endOffset, 0);
+        if (region.startOffset != settings.startOffset || region.endOffset != settings.endOffset)
+            ++offsetsOutside_;
+    }
+
+    /// A zone that plays every note as one key: the pitch that this key has, without tracking.
+    void FixNote(Region& region, const SampleSettings& settings) noexcept
+    {
+        if (settings.fixedVelocity >= 0)
+            ++fixedVelocities_;
+        if (settings.fixedKey < 0)
+            return;
+        ArticulationBlock& block = region.articulation;
+        const float keys = static_cast<float>(settings.fixedKey - region.rootKey);
+        block.Set(kArtTuning, block[kArtTuning] + keys * block[kArtKeyToPitch]);
+        block.Set(kArtKeyToPitch, 0);
+    }
+
+    void NoteLosses() const
+    {
+        if (!items_.GetHost().WantsNotes())
+            return;
+        for (const auto& [modulator, count] : unplaced_.modulators)
+            Note(NoteTopic::Parameter, u"Modulators", count,
+                 u"from source " + Number(modulator.first) + u" to generator " + Number(modulator.second));
+        for (const auto& [generator, count] : unplaced_.generators)
+            Note(NoteTopic::Parameter, u"Generators", count,
+                 u"number " + Number(generator) + u" has no meaning where it stands");
+        Note(NoteTopic::Effect, u"Sends", lostSends_, u"the instrument has no free effect slot");
+        Note(NoteTopic::Region, u"Regions", stackedTooHigh_, u"too many of them overlap");
+        Note(NoteTopic::Region, u"Sample offsets", offsetsOutside_, u"they reach outside the sample");
+        Note(NoteTopic::Region, u"Fixed velocities", fixedVelocities_, u"there is no such parameter");
+        Note(NoteTopic::Instrument, u"Library, genre and morphology", presetsWithClasses_,
+             u"there is no place for them");
+    }
+
+    static std::u16string Number(unsigned value)
+    {
+        const std::string digits = std::to_string(value);
+        return {digits.begin(), digits.end()};
+    }
+
+    void Note(NoteTopic topic, std::u16string_view what, std::uint64_t count,
+              std::u16string_view reason) const
+    {
+        if (count != 0)
+            items_.GetHost().NoteConversion({.fidelity = Fidelity::Lost,
+                                             .topic = topic,
+                                             .item = {},
+                                             .what = std::u16string(what),
+                                             .from = {},
+                                             .to = {},
+                                             .reason = std::u16string(reason),
+                                             .count = count});
+    }
+
+    Collection& items_;
+    const Tables& bank_;
+    std::vector<BankSample> samples_;
+    std::vector<std::optional<std::vector<BankZone>>> instruments_;
+    Unplaced unplaced_;
+    std::size_t regions_ = 0;
+    std::uint64_t lostSends_ = 0, stackedTooHigh_ = 0, offsetsOutside_ = 0, fixedVelocities_ = 0,
+                  presetsWithClasses_ = 0;
+};
+
+/// True if the bank is of the kind that the row reads. Versions above 1 are told apart by their samples.
+bool FitsVariant(const Tables& bank, std::uint32_t variant) noexcept
+{
+    if (variant == kSoundFont1)
+        return bank.major == kVersion1 && !bank.isPacked && bank.samples.bytes != 0;
+    return bank.isPacked == (variant == kSoundFontPacked);
+}
+
+} // namespace
+} // namespace sf2
+
+bool ReadSoundFont(Collection& collection, FileObject& file, std::uint32_t variant)
+{
+    sf2::Tables bank;
+    if (!sf2::ReadTables(file, bank) || !sf2::FitsVariant(bank, variant))
+        return Fail(variant == kSoundFont1 ? u"Not a SoundFont v1.x file" : u"Not a Sound Font v2.x file");
+    for (const ChunkCursor& texts : bank.info)
+        ReadInfoTags(texts, collection);
+    std::vector<sf2::BankSample> samples = sf2::ReadSamples(collection, file, bank);
+    return sf2::BankReader(collection, bank, std::move(samples)).Read();
+}
+
+int DetectSoundFont(std::span<const std::byte> head, std::uint32_t variant, std::uint64_t /*fileSize*/)
+{
+    RiffFormHead form;
+    ByteReader in(head);
+    const bool isPacked = variant == kSoundFontPacked;
+    if (!in.Read(form) || form.chunk.id != FourCc{"RIFF"} ||
+        form.type != (isPacked ? FourCc{"sfpk"} : FourCc{"sfbk"}))
+        return 0;
+    // Where the version stands if `ifil` comes first.
+    constexpr std::size_t kVersionOffset = 32;
+    constexpr int kMatch = 6, kFormOnly = 2;
+    U16le major;
+    if (!in.Skip(kVersionOffset - sizeof(form)) || !in.Read(major))
+        return kFormOnly;
+    const unsigned wanted = variant == kSoundFont1 ? 1 : variant == kSoundFont3 ? 3 : 2;
+    return major.Get() == wanted ? kMatch : kFormOnly;
+}
+
+} // namespace vimbo
