@@ -8,3 +8,4 @@ for bench in build/release/bin/bench_*; do
 done
 bench/compare_convert.sh --smoke
 bench/compare_codecs.sh --smoke
+bench/compare_banks.sh --smoke
