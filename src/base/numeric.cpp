@@ -5,6 +5,7 @@
 #include <cmath>
 #include <fmt/format.h>
 #include <limits>
+#include <string>
 #include <string_view>
 
 namespace vimbo {
@@ -64,7 +65,8 @@ std::string NoteName(int key, MiddleC middleC)
     const int pitchClass = (key % 12 + 12) % 12;
     const int octave = key / 12 - (key % 12 < 0 ? 1 : 0); // rounded down
     const int lowest = middleC == MiddleC::IsC3 ? -2 : -1;
-    return fmt::format("{}{}", kNames[static_cast<std::size_t>(pitchClass)], octave + lowest);
+    std::string name(kNames[static_cast<std::size_t>(pitchClass)]); // regions show two each
+    return name += std::to_string(octave + lowest);
 }
 
 std::string GroupedNumber(std::uint32_t value)

@@ -140,6 +140,18 @@ std::string ApplyChannels(int row, ChannelWish wish, FormatChoice& choice)
     return "";
 }
 
+/// The value of a row's compressed setting of that name, such as "Vorbis quality 0.4"; 0 if there is none.
+float FindSubFormat(int row, std::string_view wanted)
+{
+    const std::u16string name = Utf8ToWide(wanted);
+    float value = 0;
+    std::u16string candidate;
+    for (std::uint32_t index = 0; GetSubFormat(row, index, value, candidate);)
+        if (CompareNoCase(candidate, name) == 0)
+            return value;
+    return 0;
+}
+
 } // namespace
 
 std::vector<int> RowsWithExtension(std::u16string_view extension)
@@ -215,6 +227,10 @@ DataFormat FindDataFormat(std::string_view name)
 ChoiceLookup MakeChoice(int row, std::string_view dataFormat, ChannelWish channels, float kbit)
 {
     ChoiceLookup result{AutoChoice(row), ""};
+    if (const float setting = FindSubFormat(row, dataFormat); setting > 0 && kbit == 0) {
+        kbit = setting;
+        dataFormat = {};
+    }
     DataFormat format = dataFormat.empty() ? DataFormat::None : FindDataFormat(dataFormat);
     if (!dataFormat.empty()) {
         result.error = ApplyDataFormat(row, format, dataFormat, result.choice);

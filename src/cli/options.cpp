@@ -108,9 +108,11 @@ void AddConvertTarget(CLI::App& convert, ConvertOptions& options)
             "Average stereo to mono, or put mono into both channels")
         ->check(CLI::IsMember({"auto", "mono", "stereo"}).description(""))
         ->type_name("auto|mono|stereo");
-    convert.add_option("--kbit", options.kbit, "Bit rate of compressed formats in kbit/s")
+    convert
+        .add_option("--kbit", options.kbit,
+                    "Bit rate of compressed formats in kbit/s, or their quality where they go by that")
         ->type_name("N")
-        ->check(CLI::Range(1.0, 10000.0).description(""));
+        ->check(CLI::Range(0.01, 10000.0).description(""));
 }
 
 void AddBankOptions(CLI::App& convert, ConvertOptions& options)

@@ -461,9 +461,9 @@ constexpr std::array<FormatRow, kFormatRowCount> kRows = {{
     {u"sdx",        nullptr,          nullptr,        nullptr,             u"SDX compact MIDI SDS",                          kWave,      0,         0,                                                        nullptr},
     // 380
     {u"sf",         nullptr,          nullptr,        nullptr,             u"IRCAM / MTU sound",                             kWave,      0,         0,                                                        nullptr},
-    {u"sf2",        ReadSoundFont,    nullptr,        DetectSoundFont,     u"SoundFont v2 bank",                             kBank,      0x2100014, 0,                                                        nullptr},
+    {u"sf2",        ReadSoundFont,    WriteSoundFont, DetectSoundFont,     u"SoundFont v2 bank",                             kBank,      0x2100014, 0,                                                        nullptr},
     {u"sf2pack",    ReadSoundFont,    nullptr,        DetectSoundFont,     u"MIDI Converter Studio",                         kBank,      0,         4,                                                        nullptr},
-    {u"sf3",        ReadSoundFont,    nullptr,        DetectSoundFont,     u"Compressed SoundFont",                          kBank,      0x2120014, 3,                                                        nullptr},
+    {u"sf3",        ReadSoundFont,    WriteSoundFont, DetectSoundFont,     u"Compressed SoundFont",                          kBank,      0x2120014, 3,                                                        SoundFontSubFormats},
     {u"sfark",      ReadSfArk,        nullptr,        DetectSfArk,         u"Melody Machine SF",                             kBank,      0,         0,                                                        nullptr},
     {u"sfd",        nullptr,          nullptr,        nullptr,             u"SoundStage data",                               kWave,      0,         0,                                                        nullptr},
     {u"sfi",        nullptr,          nullptr,        nullptr,             u"SoundStage info",                               kWave,      0,         0,                                                        nullptr},

@@ -34,6 +34,31 @@ void ForRuns(std::uint64_t bits, std::size_t word, Visit visit)
     }
 }
 
+/// Calls `visit(id)` for each set bit of a word of marks.
+template <class Visit>
+void ForIds(std::uint64_t bits, std::size_t word, Visit visit)
+{
+    for (; bits != 0; bits &= bits - 1)
+        visit(word * kWordBits + static_cast<std::size_t>(std::countr_zero(bits)));
+}
+
+/// The ids whose values differ. Without branches, so that compilers make vector code of it.
+ArticulationBlock::MarkWords DifferingIds(const SharedValues::Array& a, const SharedValues::Array& b) noexcept
+{
+    std::array<std::uint8_t, kWords * kWordBits> flags{};
+    for (std::size_t id = 0; id < kArticulationParams; ++id)
+        flags[id] = a[id] != b[id] ? 1 : 0;
+    ArticulationBlock::MarkWords ids{};
+    for (std::size_t octet = 0; octet < flags.size() / 8; ++octet) {
+        std::uint64_t bits = 0;
+        std::memcpy(&bits, &flags[octet * 8], 8);
+        // Brings the lowest bits of the eight bytes side by side, the first one lowest.
+        bits *= std::endian::native == std::endian::little ? 0x0102040810204080 : 0x8040201008040201;
+        ids[octet / 8] |= (bits >> 56) << octet % 8 * 8;
+    }
+    return ids;
+}
+
 /// Ids that say nothing while there is no filter: 24 to 39.
 constexpr std::uint64_t kIdsOfFilter = std::uint64_t{0xFFFF} << kArtCutoff;
 
@@ -51,13 +76,7 @@ float InsideLimits(const ParamRow& row, float value) noexcept
 
 } // namespace
 
-void ArticulationBlock::Reset() noexcept
-{
-    values_ = kArticulationDefaults;
-    set_ = {};
-}
-
-void ArticulationBlock::Set(ParamId id, float value) noexcept
+void ArticulationBlock::Set(ParamId id, float value)
 {
     if (id >= kArticulationParams)
         return;
@@ -65,92 +84,113 @@ void ArticulationBlock::Set(ParamId id, float value) noexcept
     Mark(id);
 }
 
-void ArticulationBlock::Assign(ParamId id, float value) noexcept
+void ArticulationBlock::Assign(ParamId id, float value)
 {
-    if (id < kArticulationParams)
-        values_[id] = RoundAndClamp(kArticulationRows[id], value);
+    if (id >= kArticulationParams)
+        return;
+    // Most of what readers store is the default, which is rounded already.
+    const float standard = kArticulationDefaults[id];
+    const bool isStandard = std::bit_cast<std::uint32_t>(value) == std::bit_cast<std::uint32_t>(standard);
+    Store(id, isStandard ? value : RoundAndClamp(kArticulationRows[id], value));
 }
 
-bool ArticulationBlock::InheritFrom(const ArticulationBlock& source) noexcept
+bool ArticulationBlock::InheritFrom(const ArticulationBlock& source)
 {
+    if (SharesValues(source))
+        return false;
+    const SharedValues::Array& from = source.values_.Get();
     bool changed = false;
-    const auto take = [&](std::size_t first, std::size_t count) {
-        float* const to = values_.data() + first;
-        const float* const from = source.values_.data() + first;
-        if (std::memcmp(to, from, count * sizeof(float)) == 0)
-            return;
-        std::memcpy(to, from, count * sizeof(float));
-        changed = true;
-    };
-    if ((set_[0] | set_[1] | set_[2]) == 0) {
-        take(0, kArticulationParams);
-        return changed;
-    }
-    for (std::size_t word = 0; word < kWords; ++word)
-        ForRuns(~set_[word] & IdsOfWord(word), word, take);
+    for (std::size_t word = 0; word < kWords && !changed; ++word)
+        ForRuns(~set_[word] & IdsOfWord(word), word, [&](std::size_t first, std::size_t count) {
+            changed = changed || std::memcmp(&values_.Get()[first], &from[first], count * sizeof(float)) != 0;
+        });
+    if ((set_[0] | set_[1] | set_[2]) == 0)
+        values_ = source.values_;
+    else if (changed)
+        Take(from);
     return changed;
+}
+
+/// Copies what is not marked.
+void ArticulationBlock::Take(const SharedValues::Array& from)
+{
+    SharedValues::Array& to = values_.Own();
+    for (std::size_t word = 0; word < kWords; ++word)
+        ForRuns(~set_[word] & IdsOfWord(word), word, [&](std::size_t first, std::size_t count) {
+            std::memcpy(&to[first], &from[first], count * sizeof(float));
+        });
 }
 
 bool ArticulationBlock::ClearRedundant(const ArticulationBlock& source) noexcept
 {
-    bool changed = false;
-    for (std::size_t word = 0; word < kWords; ++word) {
-        for (std::uint64_t left = set_[word]; left != 0; left &= left - 1) {
-            const std::size_t id = word * kWordBits + static_cast<std::size_t>(std::countr_zero(left));
-            if (values_[id] != source.values_[id])
-                continue;
-            Unmark(static_cast<ParamId>(id));
-            changed = true;
-        }
+    const MarkWords before = set_;
+    if (SharesValues(source)) {
+        set_ = {};
+        return set_ != before;
     }
-    return changed;
+    for (std::size_t word = 0; word < kWords; ++word)
+        ForIds(set_[word], word, [&](std::size_t id) {
+            if (values_.Get()[id] == source.values_.Get()[id])
+                Unmark(static_cast<ParamId>(id));
+        });
+    return set_ != before;
 }
 
-void ArticulationBlock::PushDownTo(ArticulationBlock& target) const noexcept
+void ArticulationBlock::PushDownTo(ArticulationBlock& target) const
 {
+    const SharedValues::Array& from = values_.Get();
     for (std::size_t word = 0; word < kWords; ++word) {
         const std::uint64_t pushed = set_[word] & ~target.set_[word];
-        ForRuns(pushed, word, [&](std::size_t first, std::size_t count) {
-            std::copy_n(values_.begin() + static_cast<std::ptrdiff_t>(first), count,
-                        target.values_.begin() + static_cast<std::ptrdiff_t>(first));
-        });
+        ForIds(pushed, word, [&](std::size_t id) { target.Store(static_cast<ParamId>(id), from[id]); });
         target.set_[word] |= pushed;
     }
 }
 
-void ArticulationBlock::MarkDifferences(const ArticulationBlock& source) noexcept
+ArticulationBlock::MarkWords ArticulationBlock::DifferenceTo(const ArticulationBlock& other) const noexcept
 {
-    set_ = {};
-    for (std::size_t id = 0; id < kArticulationParams; ++id)
-        set_[id / kWordBits] |= std::uint64_t{values_[id] != source.values_[id]} << id % kWordBits;
+    if (SharesValues(other))
+        return {};
+    return DifferingIds(values_.Get(), other.values_.Get());
+}
+
+void ArticulationBlock::MarkAll(const MarkWords& marks) noexcept
+{
+    for (std::size_t word = 0; word < kWords; ++word)
+        set_[word] |= marks[word];
+}
+
+void ArticulationBlock::UnmarkAll(const MarkWords& marks) noexcept
+{
+    for (std::size_t word = 0; word < kWords; ++word)
+        set_[word] &= ~marks[word];
 }
 
 bool ArticulationBlock::HasAnySet() const noexcept
 {
-    const bool noFilter = static_cast<int>(values_[kArtFilterType]) == 0;
+    const bool noFilter = static_cast<int>((*this)[kArtFilterType]) == 0;
     return ((set_[0] & (noFilter ? ~kIdsOfFilter : ~std::uint64_t{0})) | set_[1] | set_[2]) != 0;
 }
 
 bool ArticulationBlock::SameValues(const ArticulationBlock& other) const noexcept
 {
-    return values_ == other.values_;
+    return SharesValues(other) || values_.Get() == other.values_.Get();
 }
 
 void ArticulationBlock::Serialize(ByteWriter& out) const
 {
     BlockRecord record;
-    std::ranges::copy(values_, record.values.begin());
+    std::ranges::copy(values_.Get(), record.values.begin());
     std::ranges::copy(set_, record.set.begin());
     out.Write(record);
 }
 
-bool ArticulationBlock::Deserialize(ByteReader& in) noexcept
+bool ArticulationBlock::Deserialize(ByteReader& in)
 {
     BlockRecord record;
     if (!in.Read(record))
         return false;
-    for (std::size_t id = 0; id < kArticulationParams; ++id)
-        values_[id] = InsideLimits(kArticulationRows[id], record.values[id].Get());
+    for (ParamId id = 0; id < kArticulationParams; ++id)
+        Store(id, InsideLimits(kArticulationRows[id], record.values[id].Get()));
     for (std::size_t word = 0; word < kWords; ++word)
         set_[word] = record.set[word].Get() & IdsOfWord(word);
     return true;

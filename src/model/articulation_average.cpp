@@ -118,7 +118,7 @@ float AverageOf(Blocks blocks, const ParamRow& row, const ArticulationBlock& sof
     }
 }
 
-void MarkUnion(ArticulationBlock& out, Blocks blocks) noexcept
+void MarkUnion(ArticulationBlock& out, Blocks blocks)
 {
     std::array<std::uint64_t, 3> marks{};
     for (const WeightedBlock& one : blocks)

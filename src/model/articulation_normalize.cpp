@@ -123,7 +123,7 @@ constexpr ParamId Id(std::size_t base, std::size_t offset) noexcept
 }
 
 /// Back to the default, unmarked: every level does the same, so what would be inherited is the same too.
-void Clear(ArticulationBlock& block, ParamId id) noexcept
+void Clear(ArticulationBlock& block, ParamId id)
 {
     block.Inherit(id, kArticulationDefaults[id]);
 }
@@ -144,7 +144,7 @@ public:
         for (std::size_t i = 0; i < count; ++i)
             DependsOn(Id(first, i));
     }
-    void Change(ParamId id, float value) noexcept
+    void Change(ParamId id, float value)
     {
         const float before = block_[id];
         block_.Assign(id, value);
@@ -157,7 +157,7 @@ private:
     bool marks_ = false;
 };
 
-void MakePolarityPositive(ArticulationBlock& block, LfoIndex index) noexcept
+void MakePolarityPositive(ArticulationBlock& block, LfoIndex index)
 {
     const ParamId shapeId = LfoBase(index);
     const int value = static_cast<int>(block[shapeId]);
@@ -173,7 +173,7 @@ void MakePolarityPositive(ArticulationBlock& block, LfoIndex index) noexcept
 }
 
 /// Half of a fade-in is about where its depth begins to be heard.
-void RampToDelay(ArticulationBlock& block, LfoIndex index) noexcept
+void RampToDelay(ArticulationBlock& block, LfoIndex index)
 {
     const ParamId delay = Id(LfoBase(index), kLfoDelay);
     const ParamId ramp = Id(LfoBase(index), kLfoRamp);
@@ -187,8 +187,7 @@ void RampToDelay(ArticulationBlock& block, LfoIndex index) noexcept
 }
 
 template <class Index>
-void DropDepths(ArticulationBlock& block, Reduction& reduction, unsigned dropped,
-                std::span<const Index> all) noexcept
+void DropDepths(ArticulationBlock& block, Reduction& reduction, unsigned dropped, std::span<const Index> all)
 {
     for (const Index index : all)
         if ((dropped & IndexBit(index)) != 0)
@@ -198,7 +197,7 @@ void DropDepths(ArticulationBlock& block, Reduction& reduction, unsigned dropped
 }
 
 /// One LFO for all, or one for pitch and one for the rest: of different ones the strongest keeps its depths.
-void MergeLfos(ArticulationBlock& block, FeatureMask features) noexcept
+void MergeLfos(ArticulationBlock& block, FeatureMask features)
 {
     if (features.Has(Feature::KeepSeparateLfos) || features.Has(Feature::LfoSeparate))
         return;
@@ -215,7 +214,7 @@ void MergeLfos(ArticulationBlock& block, FeatureMask features) noexcept
     DropDepths<LfoIndex>(block, reduction, dropped, kAllLfos);
 }
 
-void NormalizeLfos(ArticulationBlock& block, FeatureMask features) noexcept
+void NormalizeLfos(ArticulationBlock& block, FeatureMask features)
 {
     for (const LfoIndex index : kAllLfos) {
         MakePolarityPositive(block, index);
@@ -289,7 +288,7 @@ void Reduce(Envelope& envelope, EnvelopeDepths& depths, bool isVolume, FeatureMa
         TakeRelease(envelope, whole);
 }
 
-void WriteDepths(ArticulationBlock& block, const EnvelopeDepths& depths, EnvelopeIndex index) noexcept
+void WriteDepths(ArticulationBlock& block, const EnvelopeDepths& depths, EnvelopeIndex index)
 {
     const std::array<float, 2> pitch{depths.pitch, depths.velocityPitch};
     const std::array<float, 2> cutoff{depths.cutoff, depths.velocityCutoff};
@@ -302,7 +301,7 @@ void WriteDepths(ArticulationBlock& block, const EnvelopeDepths& depths, Envelop
         block.Assign(ids[i], values[i]);
 }
 
-void ReduceEnvelope(ArticulationBlock& block, EnvelopeIndex index, FeatureMask features) noexcept
+void ReduceEnvelope(ArticulationBlock& block, EnvelopeIndex index, FeatureMask features)
 {
     const ParamId base = EnvelopeBase(index);
     Envelope envelope;
@@ -326,7 +325,7 @@ void ReduceEnvelope(ArticulationBlock& block, EnvelopeIndex index, FeatureMask f
 }
 
 /// A note whose release leads nowhere below its sustain level sounds until its wave ends.
-void DeriveReleaseMode(ArticulationBlock& block, ParamId base) noexcept
+void DeriveReleaseMode(ArticulationBlock& block, ParamId base)
 {
     const ParamId sustain = Id(base, kEnvSustain);
     const ParamId release = Id(base, kEnvRelease1Level);
@@ -339,14 +338,16 @@ void DeriveReleaseMode(ArticulationBlock& block, ParamId base) noexcept
 }
 
 void ClearMissing(ArticulationBlock& block, std::span<const Facility> facilities, ParamId base,
-                  FeatureMask features) noexcept
+                  FeatureMask features)
 {
+    if (features == FeatureMask{})
+        return;
     for (const Facility& facility : facilities)
         if (!features.Has(facility.feature))
             Clear(block, Id(base, facility.id));
 }
 
-void NormalizeEnvelopes(ArticulationBlock& block, FeatureMask features) noexcept
+void NormalizeEnvelopes(ArticulationBlock& block, FeatureMask features)
 {
     const bool reduces = !features.Has(Feature::EnvThreeReleases) || !features.Has(Feature::EnvMoreLevels);
     for (const EnvelopeIndex index : kAllEnvelopes) {
@@ -361,7 +362,7 @@ void NormalizeEnvelopes(ArticulationBlock& block, FeatureMask features) noexcept
     }
 }
 
-void ResetModEnvelopes(ArticulationBlock& block) noexcept
+void ResetModEnvelopes(ArticulationBlock& block)
 {
     for (ParamId id = EnvelopeBase(EnvelopeIndex::Pitch); id < kArticulationParams; ++id)
         Clear(block, id);
@@ -371,7 +372,7 @@ void ResetModEnvelopes(ArticulationBlock& block) noexcept
 }
 
 /// One modulation envelope: of different ones the strongest keeps its depths.
-void MergeEnvelopes(ArticulationBlock& block) noexcept
+void MergeEnvelopes(ArticulationBlock& block)
 {
     const unsigned dropped = ComposeModEnv(block, kModEnvelopes).dropped;
     if (dropped == 0)
@@ -384,7 +385,7 @@ void MergeEnvelopes(ArticulationBlock& block) noexcept
     DropDepths<EnvelopeIndex>(block, reduction, dropped, kAllEnvelopes);
 }
 
-void NormalizeFilter(ArticulationBlock& block, FeatureMask features) noexcept
+void NormalizeFilter(ArticulationBlock& block, FeatureMask features)
 {
     if (!features.Has(Feature::FilterLowPass)) {
         for (ParamId id = kArtFilterType; id <= kArtTouchToResonance; ++id)
@@ -397,7 +398,7 @@ void NormalizeFilter(ArticulationBlock& block, FeatureMask features) noexcept
 }
 
 /// Puts the bands in the order of their frequencies, if any of them is heard.
-void SortEqBands(ArticulationBlock& block) noexcept
+void SortEqBands(ArticulationBlock& block)
 {
     const auto at = [&block](ParamId first, std::size_t band) {
         return block[Id(first, band * kEqBandParams)];
@@ -426,7 +427,7 @@ void SortEqBands(ArticulationBlock& block) noexcept
 
 } // namespace
 
-void ArticulationBlock::Normalize(FeatureMask features) noexcept
+void ArticulationBlock::Normalize(FeatureMask features)
 {
     NormalizeLfos(*this, features);
     ClearMissing(*this, kFacilities, 0, features);

@@ -2,6 +2,8 @@
 // named.
 #include "model/articulation_rows.h"
 
+#include "model/shared_values.h"
+
 namespace vimbo {
 namespace {
 
@@ -256,6 +258,7 @@ consteval std::array<float, kArticulationParams> Defaults()
 
 constinit const std::array<ParamRow, kArticulationParams> kArticulationRows = kRows;
 constinit const std::array<float, kArticulationParams> kArticulationDefaults = Defaults();
+constinit SharedValues::Held SharedValues::defaults_{Defaults()};
 
 const ParamRow& ArticulationParamRow(ParamId id) noexcept
 {

@@ -2,55 +2,55 @@
 #include "model/levels.h"
 
 #include <algorithm>
+#include <bit>
 
 namespace vimbo {
 namespace {
 
-/// The ids that a move may touch.
-class MovedIds {
-public:
-    MovedIds(ParamId from, ParamId to, KeepVolumeAndTuning keep) noexcept
-        : from_(from), to_(std::min<ParamId>(to, kArticulationParams)), keep_(keep)
-    {
-    }
-    template <class F>
-    void ForEach(F f) const
-    {
-        for (ParamId id = from_; id < to_; ++id)
-            if (keep_ == KeepVolumeAndTuning::No || (id != kArtTuning && id != kArtVolume))
-                f(id);
-    }
-
-private:
-    ParamId from_;
-    ParamId to_;
-    KeepVolumeAndTuning keep_;
-};
-
+using Ids = ArticulationBlock::MarkWords;
 using Blocks = std::vector<const ArticulationBlock*>;
 
-bool AllAgree(const Blocks& blocks, ParamId id) noexcept
+/// The ids that a move may touch.
+Ids MovableIds(ParamId from, ParamId to, KeepVolumeAndTuning keep) noexcept
 {
-    return std::all_of(blocks.begin(), blocks.end(),
-                       [&](const ArticulationBlock* block) { return (*block)[id] == (*blocks.front())[id]; });
+    ArticulationBlock movable;
+    for (ParamId id = from; id < std::min<ParamId>(to, kArticulationParams); ++id)
+        if (keep == KeepVolumeAndTuning::No || (id != kArtTuning && id != kArtVolume))
+            movable.Mark(id);
+    Ids ids{};
+    std::ranges::copy(movable.Marks(), ids.begin());
+    return ids;
 }
 
-/// The ids that move; all of them must agree in the all-or-nothing form, else `complete` is false.
-std::vector<ParamId> AgreedIds(const Blocks& blocks, const MovedIds& ids, bool& complete)
+/// Those of the ids on which all blocks agree; in the all-or-nothing form none if they disagree on one.
+/// @return false if they disagree there
+bool FindAgreed(const Blocks& blocks, MoveUpMode mode, Ids& ids) noexcept
 {
-    std::vector<ParamId> agreed;
-    complete = true;
-    ids.ForEach([&](ParamId id) {
-        if (AllAgree(blocks, id))
-            agreed.push_back(id);
-        else
-            complete = false;
-    });
-    return agreed;
+    bool complete = true;
+    const ArticulationBlock* before = blocks.front();
+    for (const ArticulationBlock* block : blocks) {
+        if (block->SharesValues(*before))
+            continue;
+        before = block;
+        const Ids differing = block->DifferenceTo(*blocks.front());
+        for (std::size_t word = 0; word < ids.size(); ++word) {
+            complete = complete && (ids[word] & differing[word]) == 0;
+            ids[word] &= ~differing[word];
+        }
+    }
+    return complete || mode == MoveUpMode::Individually;
+}
+
+template <class F>
+void ForEachId(const Ids& ids, F f)
+{
+    for (std::size_t word = 0; word < ids.size(); ++word)
+        for (std::uint64_t left = ids[word]; left != 0; left &= left - 1)
+            f(static_cast<ParamId>(word * 64 + static_cast<std::size_t>(std::countr_zero(left))));
 }
 
 /// Stores a value as it stands, marked if it is new here.
-void Raise(ArticulationBlock& block, ParamId id, float value) noexcept
+void Raise(ArticulationBlock& block, ParamId id, float value)
 {
     if (block[id] == value)
         return;
@@ -101,19 +101,21 @@ ArticulationBlock EqualAverage(std::span<const ArticulationBlock* const> blocks)
 
 bool Layer::MoveArticulationUp(MoveUpMode mode, ParamId from, ParamId to, KeepVolumeAndTuning keep)
 {
-    if (!AnyRegionSets(*this))
+    const std::vector<Region*> regions = Regions();
+    if (std::ranges::none_of(regions, [](const Region* region) { return region->articulation.HasAnySet(); }))
         return true;
-    ForEachRegion(*this, [&](Region& region) { region.articulation.InheritFrom(articulation); });
     Blocks blocks;
-    ForEachRegion(*this, [&](const Region& region) { blocks.push_back(&region.articulation); });
-    bool complete = false;
-    const std::vector<ParamId> moved = AgreedIds(blocks, MovedIds(from, to, keep), complete);
-    if (mode == MoveUpMode::AllOrNothing && !complete)
-        return false;
-    for (const ParamId id : moved) {
-        Raise(articulation, id, (*blocks.front())[id]);
-        ForEachRegion(*this, [id](Region& region) { region.articulation.Unmark(id); });
+    blocks.reserve(regions.size());
+    for (Region* region : regions) {
+        region->articulation.InheritFrom(articulation);
+        blocks.push_back(&region->articulation);
     }
+    Ids moved = MovableIds(from, to, keep);
+    if (!FindAgreed(blocks, mode, moved))
+        return false;
+    ForEachId(moved, [&](ParamId id) { Raise(articulation, id, (*blocks.front())[id]); });
+    for (Region* region : regions)
+        region->articulation.UnmarkAll(moved);
     return true;
 }
 
@@ -123,23 +125,19 @@ bool Instrument::MoveArticulationUp(MoveUpMode mode, ParamId from, ParamId to, K
         return true;
     ResolveLevels(*this);
     const Blocks blocks = DecidingBlocks(*this);
-    bool complete = false;
-    const std::vector<ParamId> agreed = AgreedIds(blocks, MovedIds(from, to, keep), complete);
-    if (mode == MoveUpMode::AllOrNothing && !complete)
+    Ids agreed = MovableIds(from, to, keep);
+    if (!FindAgreed(blocks, mode, agreed))
         return false;
-    std::vector<float> values;
-    for (const ParamId id : agreed)
-        values.push_back((*blocks.front())[id]);
-    for (std::size_t i = 0; i < agreed.size(); ++i)
-        Raise(articulation, agreed[i], values[i]);
+    const ArticulationBlock values = *blocks.front(); // which may be about to change
+    ForEachId(agreed, [&](ParamId id) { Raise(articulation, id, values[id]); });
     ForEachLayer(*this, [&](Layer& layer) {
-        for (std::size_t i = 0; i < agreed.size(); ++i)
-            layer.articulation.Inherit(agreed[i], values[i]);
+        ForEachId(agreed, [&](ParamId id) { layer.articulation.Inherit(id, values[id]); });
         ForEachRegion(layer, [&](Region& region) {
             // Filter values without a filter may differ: such marks do not make a region decide.
-            for (std::size_t i = 0; i < agreed.size(); ++i)
-                if (region.articulation[agreed[i]] == values[i])
-                    region.articulation.Unmark(agreed[i]);
+            Ids equal = region.articulation.DifferenceTo(values);
+            for (std::size_t word = 0; word < equal.size(); ++word)
+                equal[word] = agreed[word] & ~equal[word];
+            region.articulation.UnmarkAll(equal);
         });
     });
     return true;

@@ -184,14 +184,6 @@ void Collection::Destroy(ItemHandle handle)
     map_.Take(handle);
 }
 
-Item* Collection::FindItem(ItemHandle handle) const noexcept
-{
-    const std::unique_ptr<Item>* found = map_.Find(handle);
-    if (found == nullptr)
-        return nullptr;
-    return *found ? found->get() : &Owner();
-}
-
 void Collection::Clear()
 {
     // Parents before children, so that no child searches a long list; the last kinds hold only strays.

@@ -73,7 +73,13 @@ public:
     /// handles and the collection itself: nothing.
     void Destroy(ItemHandle handle);
 
-    Item* FindItem(ItemHandle handle) const noexcept;
+    Item* FindItem(ItemHandle handle) const noexcept
+    {
+        const std::unique_ptr<Item>* found = map_.Find(handle);
+        if (found == nullptr)
+            return nullptr;
+        return *found ? found->get() : &Owner();
+    }
     /// The item of a child slot whose kind is known: only the slot's serial counts.
     template <class T>
     T* Find(ItemHandle handle) const noexcept
@@ -117,8 +123,9 @@ public:
     std::int32_t formatRow = -1; ///< row of the format table that it was loaded through
     FeatureMask features;
     LoadOptions loadOptions;
-    bool loading = false; ///< a reader or a state restore is running
-    bool saving = false;  ///< a writer is running
+    bool loading = false;   ///< a reader or a state restore is running
+    bool saving = false;    ///< a writer is running
+    bool namesWait = false; ///< a pass is running that renames all layers and regions in the end
 
     Host& GetHost() const noexcept { return *host_; }
     void SetHost(Host& host) noexcept { host_ = &host; }

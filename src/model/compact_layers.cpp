@@ -198,8 +198,8 @@ void Layer::MoveTriggerUp()
 
 std::size_t Instrument::CompactLayers(MoveParamsUp moveUp, KeepArticulation keepArticulation)
 {
-    AdoptChildren(*this);
-    ForEachLayer(*this, [](Layer& layer) { AdoptChildren(layer); });
+    AdoptChildren();
+    ForEachLayer(*this, [](Layer& layer) { layer.AdoptChildren(); });
     ResolveLevels(*this);
     if (moveUp == MoveParamsUp::Yes)
         ForEachLayer(*this, MoveAllUp);

@@ -85,7 +85,7 @@ EnvelopeDepths PartFor(EnvelopeIndex index, const EnvelopeDepths& depths) noexce
     return {};
 }
 
-void SetDepths(ArticulationBlock& block, EnvelopeIndex index, const EnvelopeDepths& depths) noexcept
+void SetDepths(ArticulationBlock& block, EnvelopeIndex index, const EnvelopeDepths& depths)
 {
     if (index == EnvelopeIndex::Pitch) {
         block.Set(kArtPEnvToPitch, depths.pitch);
@@ -163,7 +163,7 @@ void GetEnvelope(const ArticulationBlock& block, Envelope& out, EnvelopeIndex in
         out.shutdownRate = at(kEnvShutdownRate);
 }
 
-void SetEnvelope(ArticulationBlock& block, const Envelope& envelope, EnvelopeIndex index) noexcept
+void SetEnvelope(ArticulationBlock& block, const Envelope& envelope, EnvelopeIndex index)
 {
     const EnvelopeValues values = ToValues(envelope);
     for (ParamId offset = 0; offset < ParamsOf(index); ++offset)
@@ -237,8 +237,7 @@ ModEnvelope ComposeModEnv(std::span<const ArticulationBlock* const> blocks, unsi
     return out;
 }
 
-unsigned MergeEnvelope(ArticulationBlock& block, const Envelope& envelope,
-                       const EnvelopeDepths& depths) noexcept
+unsigned MergeEnvelope(ArticulationBlock& block, const Envelope& envelope, const EnvelopeDepths& depths)
 {
     unsigned lost = 0;
     for (const EnvelopeIndex index : kModEnvelopes) {

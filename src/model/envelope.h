@@ -106,9 +106,9 @@ struct Lfo {
 void GetEnvelope(const ArticulationBlock& block, Envelope& out, EnvelopeIndex index) noexcept;
 /// Sets (and marks) every value of the envelope. Only the volume envelope has a shutdown rate: on the others
 /// it is neither read (it stays 0.015) nor written.
-void SetEnvelope(ArticulationBlock& block, const Envelope& envelope, EnvelopeIndex index) noexcept;
+void SetEnvelope(ArticulationBlock& block, const Envelope& envelope, EnvelopeIndex index);
 void GetLfo(const ArticulationBlock& block, Lfo& out, LfoIndex index) noexcept;
-void SetLfo(ArticulationBlock& block, const Lfo& lfo, LfoIndex index) noexcept;
+void SetLfo(ArticulationBlock& block, const Lfo& lfo, LfoIndex index);
 
 /// Where an LFO goes, and how far, in the units of the ids: pitch and cutoff in semitones, volume in dB, pan
 /// as a factor. Each depth has a fixed part and parts by modulation wheel, aftertouch and velocity.
@@ -190,13 +190,12 @@ ModLfo ComposeModLfo(std::span<const ArticulationBlock* const> blocks, unsigned 
 /// P-LFO is taken by another shape goes to a free X-LFO (or one of its own shape) before anything is dropped.
 /// On equal depths what was there stays. A negative unipolar LFO is stored as a unipolar one, depths negated.
 /// @return bits of the LFOs where a depth was lost, the new one or the one that was there (0: nothing lost)
-unsigned MergeLfo(ArticulationBlock& block, const Lfo& lfo, const LfoDepths& depths) noexcept;
+unsigned MergeLfo(ArticulationBlock& block, const Lfo& lfo, const LfoDepths& depths);
 /// Writes a shared envelope into P-ENV, F-ENV and X-ENV, where its depths are not 0: an unused one takes it,
 /// one of the same form (SameEnvelopeForm) adds its depths, one in use with another form is kept unless the
 /// new depth is greater.
 /// @return bits of the envelopes where a depth was lost, the new one or the one that was there
-unsigned MergeEnvelope(ArticulationBlock& block, const Envelope& envelope,
-                       const EnvelopeDepths& depths) noexcept;
+unsigned MergeEnvelope(ArticulationBlock& block, const Envelope& envelope, const EnvelopeDepths& depths);
 
 /// Six stages as most formats know them. Times in seconds; levels as in Envelope.
 struct DahdsrEnvelope {

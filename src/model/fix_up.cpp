@@ -135,6 +135,21 @@ void PruneItems(Collection& collection, std::uint8_t mask)
     }
 }
 
+/// Layers and regions keep their names for a scope: they are all renamed behind it.
+class NamesWaitScope {
+public:
+    explicit NamesWaitScope(Collection& collection) noexcept : collection_(collection)
+    {
+        collection_.namesWait = true;
+    }
+    ~NamesWaitScope() { collection_.namesWait = false; }
+    NamesWaitScope(const NamesWaitScope&) = delete;
+    NamesWaitScope& operator=(const NamesWaitScope&) = delete;
+
+private:
+    Collection& collection_;
+};
+
 /// What was marked as set although it equals what the level above says.
 void UnmarkRedundant(Collection& collection)
 {
@@ -174,14 +189,16 @@ void FixUpItems(Collection& collection, std::uint8_t pruneMask, AfterLoad afterL
     host.SetProgress(u"");
     host.SetStatus(u"Fixing up items...");
 
-    ValidateItems(collection, afterLoad);
-    PruneItems(collection, pruneMask);
-    if (afterLoad == AfterLoad::Yes)
-        UnmarkRedundant(collection);
-    MoveToPermittedLevels(collection);
-    if (afterLoad == AfterLoad::Yes)
-        CarryOutLoadOptions(collection, stereo);
-
+    {
+        const NamesWaitScope namesWait(collection);
+        ValidateItems(collection, afterLoad);
+        PruneItems(collection, pruneMask);
+        if (afterLoad == AfterLoad::Yes)
+            UnmarkRedundant(collection);
+        MoveToPermittedLevels(collection);
+        if (afterLoad == AfterLoad::Yes)
+            CarryOutLoadOptions(collection, stereo);
+    }
     RebuildNames(collection); // last, as they show what the steps before may change
     collection.Validate();
     host.SetStatus(u"");

@@ -126,7 +126,6 @@ Layer& Instrument::AddLayer(std::u16string_view name, std::size_t place)
 void Instrument::Validate()
 {
     TextItem::Validate();
-    AdoptChildren(*this);
     NormalizeFx(channelFx);
     std::size_t number = 0;
     ForEachLayer(*this, [&](Layer& layer) {

@@ -31,20 +31,20 @@ bool CanBeParent(ItemKind parent, ItemKind child) noexcept
 }
 
 /// Only damaged records list a child twice; lists of one, by far the most, cost nothing.
-bool HasDoubleSlots(const std::vector<ItemHandle>& slots)
+bool HasDoubleSlots(std::span<const ItemHandle> slots)
 {
     if (slots.size() < 2)
         return false;
-    std::vector<ItemHandle> sorted = slots;
+    std::vector<ItemHandle> sorted(slots.begin(), slots.end());
     const auto isBefore = [](ItemHandle a, ItemHandle b) { return a.value < b.value; };
     std::sort(sorted.begin(), sorted.end(), isBefore);
     return std::adjacent_find(sorted.begin(), sorted.end()) != sorted.end();
 }
 
-void DropDoubleSlots(std::vector<ItemHandle>& slots)
+void DropDoubleSlots(HandleList& slots)
 {
     std::unordered_set<ItemHandle, ItemHandleHash> seen;
-    std::erase_if(slots, [&](ItemHandle slot) { return !seen.insert(slot).second; });
+    slots.RemoveIf([&](ItemHandle slot) { return !seen.insert(slot).second; });
 }
 
 } // namespace
@@ -99,13 +99,14 @@ Item* Item::ParentItem() const noexcept
 
 Item* Item::Child(std::size_t index) const noexcept
 {
-    return index < children_.size() ? owner_->FindItem(ChildHandle(Kind(), children_[index])) : nullptr;
+    const std::span<const ItemHandle> slots = children_.All();
+    return index < slots.size() ? owner_->FindItem(ChildHandle(Kind(), slots[index])) : nullptr;
 }
 
 bool Item::AddChild(ItemHandle child) noexcept
 {
     try {
-        children_.push_back(child);
+        children_.Add(child);
         return true;
     } catch (const std::bad_alloc&) {
         return false;
@@ -114,25 +115,24 @@ bool Item::AddChild(ItemHandle child) noexcept
 
 void Item::SetChild(std::size_t index, ItemHandle child) noexcept
 {
-    if (index < children_.size())
-        children_[index] = child;
+    if (index < children_.Size())
+        children_.All()[index] = child;
 }
 
 void Item::RemoveChild(ItemHandle child) noexcept
 {
-    std::erase_if(children_, [&](ItemHandle slot) {
+    children_.RemoveIf([&](ItemHandle slot) {
         return slot == child || (child != NO_ITEM && ChildHandle(Kind(), slot) == child);
     });
 }
 
 void Item::MoveChild(std::size_t from, std::size_t to) noexcept
 {
-    if (from >= children_.size())
+    const std::span<ItemHandle> slots = children_.All();
+    if (from >= slots.size())
         return;
-    to = std::min(to, children_.size() - 1);
-    const auto at = [this](std::size_t index) {
-        return children_.begin() + static_cast<std::ptrdiff_t>(index);
-    };
+    to = std::min(to, slots.size() - 1);
+    const auto at = [slots](std::size_t index) { return slots.begin() + static_cast<std::ptrdiff_t>(index); };
     if (from < to)
         std::rotate(at(from), at(from + 1), at(to + 1));
     else
@@ -144,10 +144,9 @@ void Item::OnDestroy()
     if (Item* parent = ParentItem())
         parent->RemoveChild(handle_);
     // The list is emptied first: each child would otherwise search it for itself.
-    const std::vector<ItemHandle> nested = std::move(children_);
-    children_.clear();
-    for (auto slot = nested.rbegin(); slot != nested.rend(); ++slot) {
-        const ItemHandle child = ChildHandle(Kind(), *slot);
+    const HandleList nested = std::move(children_);
+    for (std::size_t i = nested.Size(); i-- > 0;) {
+        const ItemHandle child = ChildHandle(Kind(), nested.All()[i]);
         if (child != NO_ITEM && child.Kind() != ItemKind::Waveform)
             owner_->Destroy(child);
     }
@@ -155,7 +154,7 @@ void Item::OnDestroy()
 
 void Item::OnCloned(const Item& source)
 {
-    for (std::size_t i = 0; i < children_.size(); ++i) {
+    for (std::size_t i = 0; i < children_.Size(); ++i) {
         const Item* child = source.Child(i);
         if (child == nullptr || child->Kind() == ItemKind::Waveform)
             continue;
@@ -168,7 +167,7 @@ void Item::OnCloned(const Item& source)
 void Item::TranslateHandles(const HandleTranslation& table)
 {
     parent_ = table(parent_);
-    for (ItemHandle& slot : children_)
+    for (ItemHandle& slot : children_.All())
         slot = table(ChildHandle(Kind(), slot));
 }
 
@@ -180,9 +179,9 @@ void Item::Serialize(ByteWriter& out) const
     record.sourceWord = sourceWord;
     record.secondOffsetLow = static_cast<std::uint32_t>(secondOffset);
     record.secondOffsetHigh = static_cast<std::uint32_t>(secondOffset >> 32);
-    record.childCount = static_cast<std::uint32_t>(children_.size());
+    record.childCount = static_cast<std::uint32_t>(children_.Size());
     out.Write(record);
-    for (const ItemHandle slot : children_)
+    for (const ItemHandle slot : children_.All())
         out.Write(U32le(slot.value));
 }
 
@@ -205,7 +204,7 @@ bool Item::Deserialize(ByteReader& in)
     secondOffset = std::uint64_t{record.secondOffsetHigh.Get()} << 32 | record.secondOffsetLow.Get();
     scratch = {};
     scratchByte = 0;
-    children_ = std::move(slots);
+    children_.Assign(slots);
     return true;
 }
 
@@ -231,13 +230,18 @@ void Item::Validate()
 {
     if (parent_ != NO_ITEM && ParentItem() == nullptr)
         parent_ = NO_ITEM;
-    for (ItemHandle& slot : children_) {
+    AdoptChildren();
+}
+
+void Item::AdoptChildren()
+{
+    for (ItemHandle& slot : children_.All()) {
         slot = ChildHandle(Kind(), slot);
         if (!KeepsChild(slot))
             slot = NO_ITEM;
     }
-    std::erase(children_, NO_ITEM);
-    if (HasDoubleSlots(children_))
+    children_.RemoveIf([](ItemHandle slot) { return slot == NO_ITEM; });
+    if (HasDoubleSlots(children_.All()))
         DropDoubleSlots(children_);
 }
 
@@ -254,7 +258,7 @@ bool Item::KeepsChild(ItemHandle child) const noexcept
 
 bool Item::EnsureData()
 {
-    for (std::size_t i = 0; i < children_.size(); ++i)
+    for (std::size_t i = 0; i < children_.Size(); ++i)
         if (Item* child = Child(i); child != nullptr && !child->EnsureData())
             return false;
     return true;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "base/byte_reader.h"
+#include "model/handle_list.h"
 #include "model/item_handle.h"
 #include "model/param.h"
 
@@ -37,7 +38,7 @@ public:
     Item* ParentItem() const noexcept;
     Collection& Owner() const noexcept { return *owner_; }
 
-    std::span<const ItemHandle> Children() const noexcept { return children_; }
+    std::span<const ItemHandle> Children() const noexcept { return children_.All(); }
     /// The item of one slot; null for a stale slot, a slot of a kind that cannot stand there, and a bad
     /// index.
     Item* Child(std::size_t index) const noexcept;
@@ -48,7 +49,10 @@ public:
     /// Removes every slot that holds `child`.
     void RemoveChild(ItemHandle child) noexcept;
     /// Empties the list; the children themselves stay.
-    void ClearChildren() noexcept { children_.clear(); }
+    void ClearChildren() noexcept { children_.Clear(); }
+    /// Drops child slots whose item is gone, belongs to another parent, or was listed before; takes in those
+    /// without a parent.
+    void AdoptChildren();
     /// Moves one child to another place; `to` is clamped to the last; equal or bad indices do nothing.
     void MoveChild(std::size_t from, std::size_t to) noexcept;
 
@@ -106,7 +110,7 @@ private:
     Collection* owner_;
     ItemHandle handle_;
     ItemHandle parent_ = NO_ITEM;
-    std::vector<ItemHandle> children_;
+    HandleList children_;
     Item* nextOfKind_ = nullptr; ///< items of one kind are chained in the order of their arrival
     Item* previousOfKind_ = nullptr;
 };

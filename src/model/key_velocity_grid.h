@@ -50,7 +50,14 @@ public:
                     return {key, half * 64 + static_cast<unsigned>(std::countr_zero(hit))};
         return {};
     }
-    bool IsFree(const Zone& zone) const noexcept { return FirstOccupied(zone, zone.keys.low).key == kSteps; }
+    bool IsFree(const Zone& zone) const noexcept
+    {
+        const Row mask = Mask(zone.velocities);
+        std::uint64_t hit = 0; // without a way out of the loop, compilers make vector code of it
+        for (unsigned key = zone.keys.low; key <= zone.keys.high && key < kSteps; ++key)
+            hit |= (rows_[key][0] & mask[0]) | (rows_[key][1] & mask[1]);
+        return hit == 0;
+    }
     void Add(const Zone& zone) noexcept
     {
         const Row mask = Mask(zone.velocities);

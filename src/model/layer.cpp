@@ -115,12 +115,15 @@ Region& Layer::AddRegion(ItemHandle waveform, MidiRange keys, MidiRange velociti
         region.rootKey = rootKey;
         region.overrideFlags |= Region::kRootKey;
     }
-    region.RebuildName();
+    if (NamesFollowEdits(*this))
+        region.RebuildName();
     return region;
 }
 
 void Layer::RebuildName()
 {
+    if (Owner().namesWait)
+        return;
     std::u16string_view base = GetName();
     base = base.substr(0, base.find(u':'));
     while (!base.empty() && base.back() == u' ')
@@ -140,7 +143,6 @@ void Layer::RebuildName()
 void Layer::Validate()
 {
     Item::Validate();
-    AdoptChildren(*this);
     trigger.Normalize(Owner().features);
     ResolveLevels(*this);
     std::vector<Region*> regions = Regions();

@@ -38,6 +38,18 @@ void SetZone(Region& region, const Zone& zone, const Layer& layer)
     region.RebuildName();
 }
 
+bool AnyOverlap(const std::vector<Region*>& regions) noexcept
+{
+    KeyVelocityGrid grid;
+    for (const Region* region : regions) {
+        const Zone zone(region->trigger);
+        if (!grid.IsFree(zone))
+            return true;
+        grid.Add(zone);
+    }
+    return false;
+}
+
 /// The zones that were kept, with the owner of every place. They do not overlap, so that all marking together
 /// touches each place once.
 class OwnedGrid {
@@ -105,7 +117,7 @@ bool CutZone(Zone& zone, const Zone& blocker) noexcept
 
 void Layer::CutOverlaps(std::vector<Region*>& regions)
 {
-    if (regions.size() < 2)
+    if (regions.size() < 2 || !AnyOverlap(regions))
         return;
     OwnedGrid grid;
     std::vector<Item*> covered;

@@ -1,27 +1,6 @@
 #include "model/levels.h"
 
-#include <algorithm>
-#include <unordered_set>
-
 namespace vimbo {
-
-void AdoptChildren(Item& parent)
-{
-    const std::vector<ItemHandle> slots(parent.Children().begin(), parent.Children().end());
-    std::unordered_set<ItemHandle, ItemHandleHash> seen;
-    parent.ClearChildren();
-    for (const ItemHandle slot : slots) {
-        const ItemHandle handle = ChildHandle(parent.Kind(), slot);
-        Item* child = parent.Owner().FindItem(handle);
-        if (child == nullptr || !seen.insert(handle).second)
-            continue;
-        const Item* other = child->ParentItem();
-        if (other != nullptr && other != &parent)
-            continue;
-        child->SetParent(parent.Handle());
-        parent.AddChild(handle);
-    }
-}
 
 void DestroyChildren(Item& parent, std::span<Item* const> children)
 {
@@ -44,7 +23,7 @@ void ResolveTrigger(Region& region, const Layer& layer) noexcept
     region.trigger.MarkDifferences(layer.trigger);
 }
 
-void ResolveLevels(Layer& layer) noexcept
+void ResolveLevels(Layer& layer)
 {
     if (const Instrument* instrument = layer.ParentInstrument())
         layer.articulation.InheritFrom(instrument->articulation);
@@ -54,16 +33,14 @@ void ResolveLevels(Layer& layer) noexcept
     });
 }
 
-void ResolveLevels(Instrument& instrument) noexcept
+void ResolveLevels(Instrument& instrument)
 {
     ForEachLayer(instrument, [](Layer& layer) { ResolveLevels(layer); });
 }
 
 void MarkArticulation(Region& region, const Layer& layer) noexcept
 {
-    for (ParamId id = 0; id < kArticulationParams; ++id)
-        if (region.articulation[id] != layer.articulation[id])
-            region.articulation.Mark(id);
+    region.articulation.MarkAll(region.articulation.DifferenceTo(layer.articulation));
 }
 
 const ArticulationBlock& BlockAbove(const Layer& layer) noexcept

@@ -28,7 +28,7 @@ LfoDepth GetDepth(const ArticulationBlock& block, ParamId first) noexcept
 }
 
 /// Leaves zeros unmarked where zeros stand already.
-void SetDepth(ArticulationBlock& block, ParamId first, const LfoDepth& depth) noexcept
+void SetDepth(ArticulationBlock& block, ParamId first, const LfoDepth& depth)
 {
     const std::array values{depth.fixed, depth.wheel, depth.touch, depth.velocity};
     for (int i = 0; i < 4; ++i)
@@ -79,7 +79,7 @@ PlacedLfo GetPlaced(const ArticulationBlock& block, LfoIndex index) noexcept
     return out;
 }
 
-void SetDepths(ArticulationBlock& block, LfoIndex index, const LfoDepths& depths) noexcept
+void SetDepths(ArticulationBlock& block, LfoIndex index, const LfoDepths& depths)
 {
     switch (index) {
     case LfoIndex::Pitch:
@@ -96,7 +96,7 @@ void SetDepths(ArticulationBlock& block, LfoIndex index, const LfoDepths& depths
 }
 
 /// Adds the part where there is room, else the stronger of the two stays. @return bit of `index` on a loss
-unsigned Place(ArticulationBlock& block, LfoIndex index, const Lfo& lfo, const LfoDepths& part) noexcept
+unsigned Place(ArticulationBlock& block, LfoIndex index, const Lfo& lfo, const LfoDepths& part)
 {
     const PlacedLfo present = GetPlaced(block, index);
     const bool hasRoom = present.HasRoomFor(lfo);
@@ -131,7 +131,7 @@ void GetLfo(const ArticulationBlock& block, Lfo& out, LfoIndex index) noexcept
     out.rampSeconds = block[Next(base, kLfoRamp)];
 }
 
-void SetLfo(ArticulationBlock& block, const Lfo& lfo, LfoIndex index) noexcept
+void SetLfo(ArticulationBlock& block, const Lfo& lfo, LfoIndex index)
 {
     const ParamId base = LfoBase(index);
     const unsigned value = (static_cast<unsigned>(lfo.shape) & 0x3F) | static_cast<unsigned>(lfo.polarity)
@@ -218,7 +218,7 @@ ModLfo ComposeModLfo(std::span<const ArticulationBlock* const> blocks, unsigned 
     return out;
 }
 
-unsigned MergeLfo(ArticulationBlock& block, const Lfo& lfo, const LfoDepths& depths) noexcept
+unsigned MergeLfo(ArticulationBlock& block, const Lfo& lfo, const LfoDepths& depths)
 {
     Lfo source = lfo;
     LfoDepths parts = depths;

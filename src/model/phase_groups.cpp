@@ -100,7 +100,7 @@ void LockLayer(Layer& layer, std::span<const Member> members)
         }
 }
 
-void LockRegion(const Member& member) noexcept
+void LockRegion(const Member& member)
 {
     ArticulationBlock& block = member.region->articulation;
     const ArticulationBlock& leader = member.leader->articulation;

@@ -186,6 +186,8 @@ std::uint8_t Region::EffectiveRootKey() const noexcept
 
 void Region::RebuildName()
 {
+    if (Owner().namesWait)
+        return;
     // Built without memory of its own: nearly always nothing has changed.
     std::array<char16_t, 64> head{};
     std::size_t length = 0;

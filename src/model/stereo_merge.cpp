@@ -8,8 +8,8 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
-#include <deque>
 #include <unordered_map>
+#include <utility>
 
 namespace vimbo {
 namespace {
@@ -52,9 +52,10 @@ bool IsSameLoop(const LoopInfo& a, const LoopInfo& b) noexcept
 /// Equal in all values but the pan.
 bool IsSameSound(const ArticulationBlock& a, const ArticulationBlock& b) noexcept
 {
-    const auto one = a.Values(), other = b.Values();
-    return std::ranges::equal(one.first<kArtPan>(), other.first<kArtPan>()) &&
-           std::ranges::equal(one.subspan<kArtPan + 1>(), other.subspan<kArtPan + 1>());
+    ArticulationBlock differing;
+    differing.MarkAll(a.DifferenceTo(b));
+    differing.Unmark(kArtPan);
+    return std::ranges::all_of(differing.Marks(), [](std::uint64_t word) { return word == 0; });
 }
 
 bool IsSameTuning(const Waveform& a, const Waveform& b) noexcept
@@ -76,23 +77,51 @@ bool CanJoin(const Half& a, const Half& b)
            IsSameSound(one.articulation, other.articulation);
 }
 
+/// Numbers that are equal for blocks which only differ in their pan. Regions share most of their values, so
+/// each copy is gone through once.
+class SoundKeys {
+public:
+    std::uint32_t Of(const ArticulationBlock& block)
+    {
+        const auto values = block.Values();
+        const auto [place, isNew] = keys_.try_emplace(values.data(), 0);
+        if (isNew)
+            place->second = KeyOf(values);
+        return place->second;
+    }
+
+private:
+    /// Each value times an odd number of its own: the sums do not wait for one another.
+    static std::uint32_t KeyOf(std::span<const float, kArticulationParams> values) noexcept
+    {
+        std::uint64_t key = 0, factor = 0x9E3779B97F4A7C15;
+        for (std::size_t id = 0; id < values.size(); ++id, factor += 0xD1B54A32D192ED02)
+            key += id != kArtPan ? std::bit_cast<std::uint32_t>(values[id] + 0.0f) * factor : 0; // -0 is 0
+        return static_cast<std::uint32_t>(key >> 32);
+    }
+
+    std::unordered_map<const float*, std::uint32_t> keys_;
+};
+
+std::uint32_t Pack(unsigned a, unsigned b, unsigned c, unsigned d) noexcept
+{
+    return a | b << 8 | c << 16 | d << 24;
+}
+
 /// Equal for halves that can be joined.
-std::uint64_t JoinKey(const Half& half)
+std::uint64_t JoinKey(const Half& half, SoundKeys& sounds)
 {
     const Region& region = *half.region;
-    Hash hash;
-    for (ParamId id = kFirstTriggerParam; id <= kLastTriggerParam; ++id)
-        hash << region.trigger.Get(id);
-    hash << std::abs(half.Pan()) << static_cast<std::uint32_t>(region.startOffset)
-         << static_cast<std::uint32_t>(region.endOffset) << std::uint32_t{region.phaseGroup}
-         << std::uint32_t{region.EffectiveRootKey()};
-    const auto values = region.articulation.Values();
-    for (std::size_t id = 0; id < values.size(); ++id)
-        if (id != kArtPan)
-            hash << values[id];
+    const TriggerParams& trigger = region.trigger;
     const Waveform& wave = *half.wave;
-    hash << wave.rateHz << std::uint32_t{wave.rootKey} << static_cast<float>(wave.fineTune) << wave.volume
-         << static_cast<std::uint32_t>(wave.loop.type);
+    Hash hash;
+    hash << (std::uint32_t{trigger.keys.Word()} | std::uint32_t{trigger.velocities.Word()} << 16)
+         << Pack(trigger.keyFadeIn, trigger.keyFadeOut, trigger.velocityFadeIn, trigger.velocityFadeOut)
+         << Pack(trigger.triggerType, trigger.pedalSwitch, trigger.noteExclusionMode, wave.rootKey)
+         << (std::uint32_t{trigger.exclusionGroup} | std::uint32_t{region.phaseGroup} << 16)
+         << trigger.delaySeconds << std::abs(half.Pan()) << static_cast<std::uint32_t>(region.startOffset)
+         << static_cast<std::uint32_t>(region.endOffset) << sounds.Of(region.articulation) << wave.rateHz
+         << static_cast<float>(wave.fineTune) << wave.volume << static_cast<std::uint32_t>(wave.loop.type);
     return hash.Value();
 }
 
@@ -121,47 +150,82 @@ std::vector<Half> HalvesOf(const Instrument& instrument)
     return halves;
 }
 
-/// Halves of one key that wait for their other side, in order.
-struct Waiting {
+struct HalfPair {
+    std::size_t earlier, later; ///< numbers of halves
+};
+
+/// Finds the pairs among halves of one key.
+class PairFinder {
+public:
+    explicit PairFinder(const std::vector<Half>& halves) noexcept : halves_(halves) {}
+
+    /// Goes through halves in their order, given by their numbers; appends the pairs.
+    void Find(std::span<const std::size_t> numbers, std::vector<HalfPair>& pairs)
+    {
+        left_.clear();
+        right_.clear();
+        for (const std::size_t number : numbers) {
+            const bool isLeft = halves_[number].IsLeft();
+            if (!TakePartner(number, isLeft ? right_ : left_, pairs))
+                (isLeft ? left_ : right_).push_back(number);
+        }
+    }
+
+private:
     /// Those further back are not tried: only regions that cannot be joined for want of a second waveform
     /// heap up.
     static constexpr std::size_t kTried = 64;
-    std::deque<Half*> left, right;
 
-    /// Takes the first one that `half` can be joined with out of the line; null if there is none.
-    Half* TakePartner(const Half& half)
+    /// The first of those waiting with which the half can be joined; false if there is none.
+    bool TakePartner(std::size_t number, std::vector<std::size_t>& waiting,
+                     std::vector<HalfPair>& pairs) const
     {
-        std::deque<Half*>& line = half.IsLeft() ? right : left;
-        const std::size_t tried = std::min(line.size(), kTried);
-        for (std::size_t i = 0; i < tried; ++i)
-            if (Half* found = line[i]; CanJoin(*found, half)) {
-                line.erase(line.begin() + static_cast<std::ptrdiff_t>(i));
-                return found;
-            }
-        return nullptr;
+        const auto end = waiting.begin() + static_cast<std::ptrdiff_t>(std::min(waiting.size(), kTried));
+        const auto found = std::find_if(waiting.begin(), end, [&](std::size_t other) {
+            return CanJoin(halves_[other], halves_[number]);
+        });
+        if (found == end)
+            return false;
+        pairs.push_back({*found, number});
+        waiting.erase(found);
+        return true;
     }
-    void Add(Half& half) { (half.IsLeft() ? left : right).push_back(&half); }
+
+    const std::vector<Half>& halves_;
+    std::vector<std::size_t> left_, right_; ///< that wait for their other side, in order
 };
+
+std::vector<HalfPair> FindPairs(const std::vector<Half>& halves, std::span<const std::uint64_t> keys)
+{
+    std::vector<std::size_t> order;
+    order.reserve(halves.size());
+    for (std::size_t i = 0; i < halves.size(); ++i)
+        if (!halves[i].isTaken)
+            order.push_back(i);
+    std::ranges::sort(order, {}, [&](std::size_t i) { return std::pair(keys[i], i); });
+    std::vector<HalfPair> pairs;
+    PairFinder finder(halves);
+    const std::span<const std::size_t> all(order);
+    for (std::size_t first = 0, last; first < all.size(); first = last) {
+        for (last = first + 1; last < all.size() && keys[all[last]] == keys[all[first]];)
+            ++last;
+        if (last - first > 1)
+            finder.Find(all.subspan(first, last - first), pairs);
+    }
+    std::ranges::sort(pairs, {}, &HalfPair::later);
+    return pairs;
+}
 
 /// Joins halves with the same key; the earlier region of a pair is kept.
 void JoinByKey(std::vector<Half>& halves, std::span<const std::uint64_t> keys, StereoMaker& maker,
                RegionChanges& changes)
 {
-    std::unordered_map<std::uint64_t, Waiting> waiting;
-    for (std::size_t i = 0; i < halves.size(); ++i) {
-        Half& half = halves[i];
-        if (half.isTaken)
-            continue;
-        Waiting& line = waiting[keys[i]];
-        Half* const earlier = line.TakePartner(half);
-        if (earlier == nullptr) {
-            line.Add(half);
-            continue;
-        }
-        Half &left = half.IsLeft() ? half : *earlier, &right = half.IsLeft() ? *earlier : half;
-        if (const Waveform* stereo = maker.StereoOf(*left.wave, *right.wave, *earlier->wave)) {
-            changes.Merge(*earlier->region, *half.region, *stereo);
-            half.isTaken = earlier->isTaken = true;
+    for (const HalfPair& pair : FindPairs(halves, keys)) {
+        Half &earlier = halves[pair.earlier], &later = halves[pair.later];
+        Half &left = later.IsLeft() ? later : earlier, &right = later.IsLeft() ? earlier : later;
+        if (const Waveform* stereo = maker.StereoOf(*left.wave, *right.wave, *earlier.wave)) {
+            changes.Merge(*earlier.region, *later.region, *stereo);
+            earlier.isTaken = later.isTaken = true;
         }
     }
 }
@@ -170,9 +234,12 @@ void JoinByKey(std::vector<Half>& halves, std::span<const std::uint64_t> keys, S
 void JoinPairs(const Instrument& instrument, StereoMaker& maker, RegionChanges& changes)
 {
     std::vector<Half> halves = HalvesOf(instrument);
+    if (halves.empty())
+        return;
+    SoundKeys sounds;
     std::vector<std::uint64_t> keys, named;
     for (const Half& half : halves) {
-        keys.push_back(JoinKey(half));
+        keys.push_back(JoinKey(half, sounds));
         named.push_back(std::rotl(keys.back(), 1) ^ NameKey(half));
     }
     JoinByKey(halves, named, maker, changes);

@@ -51,6 +51,38 @@ ArticulationBlock RandomBlock(std::mt19937& random, double marked)
     return ::testing::AssertionSuccess();
 }
 
+TEST(ArticulationBlock, CopiesShareValuesUntilOneChanges)
+{
+    ArticulationBlock first;
+    first.Set(kArtVolume, -6);
+    ArticulationBlock second = first, third;
+    EXPECT_TRUE(second.SharesValues(first));
+    second.Set(kArtVolume, -6); // nothing new
+    EXPECT_TRUE(second.SharesValues(first));
+    second.Set(kArtPan, 1);
+    EXPECT_FALSE(second.SharesValues(first));
+    EXPECT_EQ(first[kArtPan], 0);
+    EXPECT_EQ(second[kArtVolume], -6);
+
+    EXPECT_TRUE(third.InheritFrom(second));
+    EXPECT_TRUE(third.SharesValues(second));
+    third.Set(kArtTuning, 1);
+    second.Set(kArtPan, -1);
+    EXPECT_TRUE(third.InheritFrom(second)); // only what is not marked
+    EXPECT_EQ(third[kArtPan], -1);
+    EXPECT_EQ(third[kArtTuning], 1);
+    EXPECT_EQ(second[kArtTuning], 0);
+    EXPECT_EQ(DefaultArticulation(), ArticulationBlock());
+}
+
+TEST(ArticulationBlock, DefaultsAreRoundedAndWithinTheirLimits)
+{
+    for (ParamId id = 0; id < kArticulationParams; ++id) {
+        const ParamRow& row = ArticulationParamRow(id);
+        EXPECT_EQ(RoundAndClamp(row, row.defaultValue), row.defaultValue) << id;
+    }
+}
+
 TEST(ArticulationBlock, SetAssignAndInherit)
 {
     ArticulationBlock block;

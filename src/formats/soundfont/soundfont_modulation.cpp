@@ -289,7 +289,7 @@ double ScaleOf(const Lfo& lfo) noexcept
     }
 }
 
-void ReadVibratoLfo(const Zone& zone, ArticulationBlock& out) noexcept
+void ReadVibratoLfo(const Zone& zone, ArticulationBlock& out)
 {
     const auto& g = zone.generators;
     const LfoDepth depth = ReadDepth(zone, kVibLfoPitch);
@@ -302,7 +302,7 @@ void ReadVibratoLfo(const Zone& zone, ArticulationBlock& out) noexcept
 
 /// A P-LFO without depth goes if it says nothing. Otherwise it stays: many players move it by the wheel of
 /// their own accord.
-void ForgetUsualVibrato(ArticulationBlock& out) noexcept
+void ForgetUsualVibrato(ArticulationBlock& out)
 {
     Lfo lfo;
     LfoDepths depths;
@@ -338,7 +338,7 @@ ModLfo FindModLfo(const ArticulationBlock& block) noexcept
 
 } // namespace
 
-void ReadLfos(const Zone& zone, bool hasFilter, ArticulationBlock& out) noexcept
+void ReadLfos(const Zone& zone, bool hasFilter, ArticulationBlock& out)
 {
     ReadVibratoLfo(zone, out);
     LfoDepths depths;
@@ -365,7 +365,7 @@ void WriteLfos(const ArticulationBlock& block, Zone& out) noexcept
     WriteLfo(mod.lfo, kGenModLfoDelay, kGenModLfoFrequency, out);
 }
 
-void ReadEnvelopes(const Zone& zone, bool hasFilter, ArticulationBlock& out) noexcept
+void ReadEnvelopes(const Zone& zone, bool hasFilter, ArticulationBlock& out)
 {
     SetEnvelope(out, FromDahdsr(ReadEnvelope(zone, kVolume)), EnvelopeIndex::Volume);
     const auto semitones = [](int cents) { return static_cast<float>(cents * 0.01); };

@@ -7,6 +7,7 @@
 #include "model/key_velocity_grid.h"
 
 #include <algorithm>
+#include <cmath>
 #include <optional>
 #include <unordered_map>
 
@@ -31,37 +32,67 @@ std::optional<MidiRange> Intersection(MidiRange a, MidiRange b) noexcept
 struct ZoneHash {
     std::size_t operator()(const Zone& zone) const noexcept
     {
-        std::uint64_t hash = 0xCBF29CE484222325; // FNV-1a over words
-        const auto add = [&hash](std::int32_t word) {
-            hash = (hash ^ static_cast<std::uint32_t>(word)) * 0x100000001B3;
-            hash ^= hash >> 29;
+        // Each word times an odd number of its own: the sums do not wait for one another.
+        std::uint64_t hash = 0, factor = 0x9E3779B97F4A7C15;
+        const auto add = [&](std::int32_t word) {
+            hash += static_cast<std::uint32_t>(word) * factor;
+            factor += 0xD1B54A32D192ED02;
         };
         std::ranges::for_each(zone.generators, add);
         std::ranges::for_each(zone.slots, add);
-        return static_cast<std::size_t>(hash);
+        return static_cast<std::size_t>(hash ^ hash >> 32);
     }
 };
 
-/// The articulations of an instrument's zones, many of which are equal. Sends depend on the instrument's
-/// effects, and few zones of other instruments are equal to these, so nothing is kept for the next one.
+/// The articulations of an instrument's zones, many of which are equal; equal ones share their values. Sends
+/// depend on the instrument's effects, and few zones of other instruments are equal to these, so nothing is
+/// kept for the next one.
 class Articulations {
 public:
     explicit Articulations(Instrument& instrument) noexcept : instrument_(instrument) {}
-    const ArticulationBlock& Of(const Zone& zone)
+    /// What a zone sounds like on a sample.
+    const ArticulationBlock& Of(Zone zone, const BankSample& sample)
     {
-        const auto [place, isNew] = blocks_.try_emplace(zone);
-        if (isNew) {
-            int lost = 0;
-            ZoneToArticulation(zone, place->second, &instrument_, &lost);
-            lostSends_ += static_cast<std::uint64_t>(lost);
-        }
-        return place->second;
+        if (sample.side != BankSample::Side::None)
+            zone.generators[kGenPan] = 0; // the side decides
+        const auto [place, isNew] = zones_.try_emplace(zone);
+        Converted& converted = place->second;
+        if (isNew)
+            Convert(zone, converted.plain);
+        if (sample.side == BankSample::Side::None && !sample.isUnpitched)
+            return converted.plain;
+        auto& block = converted.onSamples[static_cast<std::size_t>(sample.side)][sample.isUnpitched ? 1 : 0];
+        if (!block)
+            block = OnSample(converted.plain, sample);
+        return *block;
     }
     std::uint64_t LostSends() const noexcept { return lostSends_; }
 
 private:
+    struct Converted {
+        ArticulationBlock plain;
+        /// By the sample's side, then for pitched and unpitched ones.
+        std::array<std::array<std::optional<ArticulationBlock>, 2>, BankSample::kSides> onSamples;
+    };
+
+    void Convert(const Zone& zone, ArticulationBlock& out)
+    {
+        int lost = 0;
+        ZoneToArticulation(zone, out, &instrument_, &lost);
+        lostSends_ += static_cast<std::uint64_t>(lost);
+    }
+
+    static ArticulationBlock OnSample(ArticulationBlock block, const BankSample& sample)
+    {
+        if (sample.side != BankSample::Side::None)
+            block.Set(kArtPan, sample.side == BankSample::Side::Left ? -1.0f : 1.0f);
+        if (sample.isUnpitched && block[kArtKeyToPitch] == 1)
+            block.Set(kArtKeyToPitch, 0);
+        return block;
+    }
+
     Instrument& instrument_;
-    std::unordered_map<Zone, ArticulationBlock, ZoneHash> blocks_;
+    std::unordered_map<Zone, Converted, ZoneHash> zones_;
     std::uint64_t lostSends_ = 0;
 };
 
@@ -190,11 +221,10 @@ private:
             }
             Region& region = layer->AddRegion(samples_[zone.link].wave->Handle(), *keys, *velocities);
             const BankSample& sample = samples_[zone.link];
-            Zone sum = SumOf(zone, preset, bank_.major);
-            if (sample.side != BankSample::Side::None)
-                sum.generators[kGenPan] = 0; // the side decides
-            region.articulation = articulations.Of(sum);
+            const Zone sum = SumOf(zone, preset, bank_.major);
+            region.articulation = articulations.Of(sum, sample);
             ApplySample(region, zone, sample);
+            FoldTuning(region, sum);
         }
         return true;
     }
@@ -202,11 +232,6 @@ private:
     void ApplySample(Region& region, const BankZone& zone, const BankSample& sample)
     {
         Waveform& wave = *sample.wave;
-        ArticulationBlock& block = region.articulation;
-        if (sample.side != BankSample::Side::None)
-            block.Set(kArtPan, sample.side == BankSample::Side::Left ? -1.0f : 1.0f);
-        if (sample.isUnpitched && block[kArtKeyToPitch] == 1)
-            block.Set(kArtKeyToPitch, 0);
         region.rootKey = static_cast<std::uint8_t>(RootKeyOf(zone, wave.rootKey, bank_.major));
         region.overrideFlags = Region::kAllOverrides;
         SetLoop(region, zone.sample, wave);
@@ -214,6 +239,21 @@ private:
         if (zone.sample.exclusiveClass != 0)
             region.trigger.Set(kParamExclusionGroup, static_cast<float>(zone.sample.exclusiveClass));
         FixNote(region, zone.sample);
+    }
+
+    /// Tuning beyond what the articulation holds moves the root key, which sounds the same for sounds that
+    /// follow the keys in semitones.
+    static void FoldTuning(Region& region, const Zone& sum)
+    {
+        const ParamRow& row = ArticulationParamRow(kArtTuning);
+        const double tuning = sum.generators[kGenCoarseTune] + sum.generators[kGenFineTune] * 0.01;
+        const double excess = tuning - std::clamp<double>(tuning, row.minimum, row.maximum);
+        if (excess == 0 || region.articulation[kArtKeyToPitch] != 1)
+            return;
+        const int whole = static_cast<int>(excess < 0 ? std::floor(excess) : std::ceil(excess));
+        const int root = std::clamp(region.rootKey - whole, 0, 127);
+        region.articulation.Set(kArtTuning, static_cast<float>(tuning - (region.rootKey - root)));
+        region.rootKey = static_cast<std::uint8_t>(root);
     }
 
     /// All overrides are set here and compared with the waveform in the end, as its loop may still change.
@@ -241,7 +281,7 @@ private:
     }
 
     /// A zone that plays every note as one key: the pitch that this key has, without tracking.
-    void FixNote(Region& region, const SampleSettings& settings) noexcept
+    void FixNote(Region& region, const SampleSettings& settings)
     {
         if (settings.fixedVelocity >= 0)
             ++fixedVelocities_;

@@ -242,13 +242,18 @@ private:
         return true;
     }
 
-    /// Half of a pair if the other half is there.
+    /// The side of a sample whose partner names it in turn. Banks in which all links stand at 0 (FluidR3 GM)
+    /// play single halves in the middle, and pan true pairs by generators.
     BankSample::Side SideOf(std::size_t index) const noexcept
     {
         const SampleHeader& header = bank_.sampleHeaders[index];
         const unsigned type = header.type.Get() & (kSampleLeft | kSampleRight);
         const std::size_t link = header.link.Get();
         if (link >= bank_.sampleHeaders.size() || link == index)
+            return BankSample::Side::None;
+        const SampleHeader& partner = bank_.sampleHeaders[link];
+        const unsigned partnerType = partner.type.Get() & (kSampleLeft | kSampleRight);
+        if (partner.link.Get() != index || (type | partnerType) != (kSampleLeft | kSampleRight))
             return BankSample::Side::None;
         if (type == kSampleLeft)
             return BankSample::Side::Left;

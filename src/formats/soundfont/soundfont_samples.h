@@ -12,6 +12,7 @@ struct BankSample {
     Waveform* wave = nullptr; ///< null: dropped
     bool isUnpitched = false;
     enum class Side : std::uint8_t { None, Left, Right } side = Side::None; ///< of a linked pair
+    static constexpr std::size_t kSides = 3;
 };
 
 /// Makes a waveform of each sample that has data. Nothing is read but the heads of compressed streams. Asks

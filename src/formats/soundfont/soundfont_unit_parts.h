@@ -54,8 +54,8 @@ int Invert(double formula, Limits limits, int usual, float target, Read read)
 void MoveGenerator(Zone& zone, std::size_t generator, double by) noexcept;
 
 // Envelopes and LFOs (soundfont_modulation.cpp). Zones have bipolar sources only.
-void ReadEnvelopes(const Zone& zone, bool hasFilter, ArticulationBlock& out) noexcept;
-void ReadLfos(const Zone& zone, bool hasFilter, ArticulationBlock& out) noexcept;
+void ReadEnvelopes(const Zone& zone, bool hasFilter, ArticulationBlock& out);
+void ReadLfos(const Zone& zone, bool hasFilter, ArticulationBlock& out);
 void WriteEnvelopes(const ArticulationBlock& block, Zone& out) noexcept;
 void WriteLfos(const ArticulationBlock& block, Zone& out) noexcept;
 /// Turns unipolar sources of the envelopes' slots into bipolar ones.

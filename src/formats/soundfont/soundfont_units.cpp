@@ -50,7 +50,7 @@ constexpr std::array kFilterSlots{
     Linear{kSlotTouchToResonance, kArtTouchToResonance, 0.1}};
 
 template <std::size_t Count>
-void ReadSlots(const Zone& zone, const std::array<Linear, Count>& table, ArticulationBlock& out) noexcept
+void ReadSlots(const Zone& zone, const std::array<Linear, Count>& table, ArticulationBlock& out)
 {
     for (const Linear& row : table)
         out.Set(row.id, Stored(row.id, zone.slots[row.source] * row.unit));
@@ -63,7 +63,7 @@ void WriteSlots(const ArticulationBlock& block, const std::array<Linear, Count>&
         out.slots[row.source] = ToWhole(block[row.id] / row.unit, row.limits);
 }
 
-void ReadTuning(const Zone& zone, ArticulationBlock& out) noexcept
+void ReadTuning(const Zone& zone, ArticulationBlock& out)
 {
     const auto& g = zone.generators;
     out.Set(kArtTuning, Stored(kArtTuning, g[kGenCoarseTune] + g[kGenFineTune] * 0.01));
@@ -92,7 +92,7 @@ float StoredVolume(int attenuation, double correctionDb) noexcept
     return Stored(kArtVolume, -attenuation * kDbPerAttenuation - correctionDb);
 }
 
-void ReadVolume(const Zone& zone, ArticulationBlock& out) noexcept
+void ReadVolume(const Zone& zone, ArticulationBlock& out)
 {
     out.Set(kArtVolume, StoredVolume(zone.generators[kGenAttenuation], VolumeCorrection(out)));
 }
@@ -133,7 +133,7 @@ float StoredCutoff(int cents, double factor) noexcept
     return Stored(kArtCutoff, CentsToHz(cents) * factor);
 }
 
-void ReadFilter(const Zone& zone, ArticulationBlock& out) noexcept
+void ReadFilter(const Zone& zone, ArticulationBlock& out)
 {
     out.Set(kArtFilterType, static_cast<float>(FilterType::LowPass12));
     out.Set(kArtResonance, Stored(kArtResonance, zone.generators[kGenResonance] * 0.1));
@@ -219,8 +219,7 @@ ParamId SendId(ParamId first, std::size_t slot) noexcept
     return static_cast<ParamId>(first + kSendParams * slot);
 }
 
-void ReadSend(const Zone& zone, SendSource send, std::optional<std::size_t> slot,
-              ArticulationBlock& out) noexcept
+void ReadSend(const Zone& zone, SendSource send, std::optional<std::size_t> slot, ArticulationBlock& out)
 {
     if (!slot)
         return;
@@ -267,7 +266,7 @@ Zone WithBipolarSources(Zone zone) noexcept
     return zone;
 }
 
-void ReadZone(const Zone& source, SendSlots sends, ArticulationBlock& out) noexcept
+void ReadZone(const Zone& source, SendSlots sends, ArticulationBlock& out)
 {
     const Zone zone = WithBipolarSources(source);
     const bool hasFilter = HasFilter(zone);

@@ -1,0 +1,134 @@
+// What instruments and waveforms become in a SoundFont bank: everything but the frames, settled before a byte
+// is written.
+#pragma once
+
+#include "formats/conversion_notes.h"
+#include "formats/export_set.h"
+#include "formats/soundfont/soundfont_units.h"
+
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace vimbo::sf2 {
+
+/// A mono waveform, or one channel of a stereo one.
+struct OutSample {
+    static constexpr unsigned kWhole = 2;
+    Waveform* wave = nullptr;
+    unsigned channel = kWhole; ///< 0 or 1 of a stereo waveform
+    std::string name;          ///< as in the file: at most 20 bytes, unlike all others
+    std::uint32_t loopStart = 0;
+    std::uint32_t loopEnd = 0; ///< frames; equal to loopStart: no loop
+    std::uint8_t rootKey = 60;
+    std::uint16_t type = kSampleMono;
+    std::uint16_t link = 0; ///< the other half of a pair
+};
+
+struct SampleList {
+    std::vector<OutSample> samples;
+    /// The first sample of a waveform; a stereo one's right channel follows directly. Waveforms without
+    /// frames have none.
+    std::unordered_map<const Waveform*, std::size_t> places;
+};
+/// Waveforms in the order of the set, right halves of pairs behind the left ones. A pair is a stereo
+/// waveform, or two mono ones that regions in different layers play at the two sides, or two that nothing
+/// plays and that are named as halves.
+SampleList ListSamples(const ExportSet& set);
+
+/// A loop as the bank holds it: whole frames inside the waveform, forward.
+LoopInfo WholeLoop(const LoopInfo& loop, std::uint32_t frames) noexcept;
+/// What a loop of the sample is without a region.
+LoopInfo LoopOf(const OutSample& sample) noexcept;
+
+/// A region, or one side of it.
+struct OutZone {
+    const Region* region;
+    MidiRange keys, velocities;
+    std::size_t sample;
+    Zone values; ///< absolute, with the settings of the sample
+};
+/// A zone of a preset, with the zones of its instrument.
+struct OutLayer {
+    const Layer* layer;
+    std::string name;
+    MidiRange keys, velocities; ///< hold all zones
+    std::vector<OutZone> zones;
+    bool isRight = false;   ///< all zones play the right halves of pairs
+    bool mayDivide = false; ///< the layer's ranges are those that layers joined from parts have
+};
+struct OutPreset {
+    const Instrument* instrument;
+    std::string name;
+    std::uint16_t bank, program;
+};
+
+/// Instruments with layers, by bank and program. Clashes raise the bank, as far as there is a free one.
+std::vector<OutPreset> ListPresets(const ExportSet& set);
+/// The layers that have anything to play. One with stereo waveforms gives two, left and right.
+std::vector<OutLayer> LayersOf(const Instrument& instrument, const SampleList& samples);
+
+/// Zones with their generators and modulators, as the file has them.
+struct OutZoneTables {
+    std::vector<Bag> bags;
+    std::vector<Generator> generators;
+    std::vector<Modulator> modulators;
+    bool isFull = false; ///< an index would not fit into 16 bits
+};
+struct OutTables {
+    std::vector<PresetHeader> presets;
+    std::vector<InstrumentHeader> instruments;
+    OutZoneTables presetZones, instrumentZones;
+};
+
+enum class BandAxis { None, Velocities, Keys };
+/// The layer as one or more: zones with equal ranges on the axis form a band, which states the range in their
+/// place. Bands that differ little can share an instrument record. The one that the layer's own articulation
+/// agrees with comes first: a reader that joins them takes it from there.
+std::vector<OutLayer> BandsOf(const OutLayer& layer, BandAxis axis);
+/// For each layer, whether its bands come back as one layer when readers join layers that do not overlap:
+/// none of them has room in an earlier layer.
+std::vector<bool> FindDividable(const std::vector<OutLayer>& layers, BandAxis axis);
+
+enum class DivideLayers : bool { No, Yes };
+
+/// Puts presets into tables. Layers of one name whose zones differ by the same amounts share an instrument
+/// record, and hold the difference in the preset.
+class TablePacker {
+public:
+    /// @param divideLayers  write layers as bands where that takes fewer generators
+    explicit TablePacker(DivideLayers divideLayers) noexcept : divideLayers_(divideLayers) {}
+    void Add(const OutPreset& preset, std::vector<OutLayer> layers);
+    /// Adds the terminal records. @return false if more was added than the tables hold
+    [[nodiscard]] bool Finish();
+    bool IsFull() const noexcept;
+    const OutTables& Tables() const noexcept { return tables_; }
+
+private:
+    std::size_t InstrumentFor(OutLayer& layer);
+    const OutLayer* FindShared(const OutLayer& layer, std::uint64_t hash, std::size_t* place) const;
+    std::vector<OutLayer> Divided(std::vector<OutLayer> layers) const;
+    std::size_t CostOf(const std::vector<OutLayer>& bands) const;
+
+    DivideLayers divideLayers_;
+
+    OutTables tables_;
+    std::vector<OutLayer> instruments_; ///< what the records hold
+    std::unordered_multimap<std::uint64_t, std::size_t> byShape_;
+};
+
+/// A name in the file's 8-bit text, without what reading would change.
+std::string NarrowNameOf(std::u16string_view name);
+std::array<char, 20> NameField(std::string_view name) noexcept;
+
+// What the bank cannot hold.
+void NoteSamples(ConversionNotes& notes, const SampleList& samples, const ExportSet& set);
+void NotePreset(ConversionNotes& notes, const OutPreset& preset, const std::vector<OutLayer>& layers,
+                const SampleList& samples);
+/// Samples with more bits than the bank gets.
+void NoteWidth(ConversionNotes& notes, const OutSample& sample, unsigned bits);
+/// Songs, texts and instruments that do not reach the bank.
+void NoteRest(ConversionNotes& notes, const Item& root, const ExportSet& set,
+              const std::vector<OutPreset>& presets);
+
+} // namespace vimbo::sf2

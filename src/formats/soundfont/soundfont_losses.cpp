@@ -1,0 +1,184 @@
+// What a SoundFont bank cannot hold of a collection.
+#include "base/text.h"
+#include "formats/soundfont/soundfont_build.h"
+#include "model/collection.h"
+#include "model/song.h"
+
+#include <algorithm>
+#include <unordered_set>
+
+namespace vimbo::sf2 {
+namespace {
+
+constexpr std::u16string_view kShortNames = u"the format has 20 8-bit characters, and each name once";
+constexpr std::u16string_view kNoText = u"the format has no such text";
+
+void NoteTexts(ConversionNotes& notes, const TextItem& item)
+{
+    for (const ParamId id :
+         {kTextArtist, kTextComments, kTextCopyright, kTextEngineer, kTextProduct, kTextImage})
+        notes.Text(item, id, u"", kNoText);
+}
+
+TriggerParams HeldTrigger(const OutZone& zone) noexcept
+{
+    TriggerParams held;
+    held.keys = zone.keys;
+    held.velocities = zone.velocities;
+    held.exclusionGroup = static_cast<std::uint16_t>(zone.values.generators[kGenExclusiveClass]);
+    return held;
+}
+
+/// The waveform's gain goes into the zones.
+ArticulationBlock WantedBlock(const OutZone& zone, const OutSample& sample)
+{
+    ArticulationBlock wanted = zone.region->articulation;
+    if (sample.wave->volume != 0)
+        wanted.Set(kArtVolume, wanted[kArtVolume] + sample.wave->volume);
+    return wanted;
+}
+
+void NoteZone(ConversionNotes& notes, const OutZone& zone, const OutSample& sample,
+              const Instrument& instrument)
+{
+    const Region& region = *zone.region;
+    const ArticulationBlock wanted = WantedBlock(zone, sample);
+    ArticulationBlock held;
+    ZoneToArticulation(zone.values, held, instrument);
+    if (sample.channel != OutSample::kWhole)
+        held.Set(kArtPan, wanted[kArtPan]); // the two sides say it together
+    notes.Articulation(region, wanted, held);
+    notes.Trigger(region, region.trigger, HeldTrigger(zone));
+    const LoopInfo loop = GetEffectiveLoop(region);
+    notes.Loop(region, loop, WholeLoop(loop, sample.wave->frames));
+    if (region.phaseGroup != 0)
+        notes.Param(region, kParamPhaseGroup, region.phaseGroup, 0);
+}
+
+void NoteEffects(ConversionNotes& notes, const Instrument& instrument)
+{
+    for (std::size_t slot = 0; slot < kChannelFxSlots; ++slot) {
+        const ChannelFxType type = instrument.channelFx[slot].type;
+        if (type == ChannelFxType::None || type == ChannelFxType::Reverb || type == ChannelFxType::Chorus)
+            continue;
+        notes.Add({.fidelity = Fidelity::Lost,
+                   .topic = NoteTopic::Effect,
+                   .item = ItemPath(instrument),
+                   .what = u"Channel effect " + std::u16string(1, static_cast<char16_t>(u'1' + slot)),
+                   .from = {},
+                   .to = {},
+                   .reason = u"the format has sends to reverb and chorus only"});
+    }
+}
+
+void NoteLocation(ConversionNotes& notes, const OutPreset& preset)
+{
+    const MidiLocation location = preset.instrument->location;
+    const unsigned bank = location.IsDrum() ? 0 : preset.bank;
+    notes.Param(*preset.instrument, kParamBankMsb, static_cast<float>(location.BankMsb()),
+                static_cast<float>(bank), u"the format has one number for the bank; 128 for drum kits");
+    notes.Param(*preset.instrument, kParamBankLsb, static_cast<float>(location.BankLsb()), 0,
+                u"the format has one number for the bank");
+}
+
+void NoteMissing(ConversionNotes& notes, const Instrument& instrument, const SampleList& samples)
+{
+    for (const Layer* layer : instrument.Layers())
+        for (const Region* region : layer->Regions())
+            if (!samples.places.contains(region->Wave()))
+                notes.Dropped(*region, region->Synth() != nullptr ? u"the format has no synthesis models"
+                                                                  : u"it has no waveform");
+}
+
+std::uint8_t WidthOf(const Waveform& wave) noexcept
+{
+    constexpr std::uint8_t kPlain = 16;
+    return std::max(wave.bits, kPlain);
+}
+
+} // namespace
+
+void NotePreset(ConversionNotes& notes, const OutPreset& preset, const std::vector<OutLayer>& layers,
+                const SampleList& samples)
+{
+    if (!notes.IsWanted())
+        return;
+    const Instrument& instrument = *preset.instrument;
+    notes.Name(instrument, NarrowToWide(preset.name), kShortNames);
+    NoteTexts(notes, instrument);
+    NoteLocation(notes, preset);
+    NoteEffects(notes, instrument);
+    NoteMissing(notes, instrument, samples);
+    for (const OutLayer& layer : layers)
+        for (const OutZone& zone : layer.zones)
+            if (samples.samples[zone.sample].channel != 1) // said with the left one
+                NoteZone(notes, zone, samples.samples[zone.sample], instrument);
+}
+
+void NoteSamples(ConversionNotes& notes, const SampleList& samples, const ExportSet& set)
+{
+    if (!notes.IsWanted())
+        return;
+    std::unordered_set<const Waveform*> used;
+    for (const Instrument* instrument : set.Instruments())
+        for (const Layer* layer : instrument->Layers())
+            for (const Region* region : layer->Regions())
+                used.insert(region->Wave());
+    for (const OutSample& sample : samples.samples) {
+        const Waveform& wave = *sample.wave;
+        if (sample.channel == OutSample::kWhole)
+            notes.Name(wave, NarrowToWide(sample.name), kShortNames);
+        if (sample.channel == 1)
+            continue;
+        NoteTexts(notes, wave);
+        if (!wave.markers.empty())
+            notes.Add({.fidelity = Fidelity::Lost,
+                       .topic = NoteTopic::Waveform,
+                       .item = ItemPath(wave),
+                       .what = u"Markers",
+                       .from = {},
+                       .to = {},
+                       .reason = u"the format has none",
+                       .count = wave.markers.size()});
+        if (used.contains(&wave))
+            continue;
+        notes.Param(wave, kParamWaveVolume, wave.volume, 0, u"only regions have a volume");
+        notes.Loop(wave, wave.loop, LoopOf(sample));
+    }
+    for (const Waveform* wave : set.Waveforms())
+        if (!samples.places.contains(wave))
+            notes.Dropped(*wave, u"it has no samples");
+}
+
+void NoteWidth(ConversionNotes& notes, const OutSample& sample, unsigned bits)
+{
+    const Waveform& wave = *sample.wave;
+    if (!notes.IsWanted() || sample.channel == 1 || WidthOf(wave) <= bits)
+        return;
+    const auto text = [](unsigned width) { return NarrowToWide(std::to_string(width) + "-bit"); };
+    notes.Add({.fidelity = Fidelity::Approximated,
+               .topic = NoteTopic::Waveform,
+               .item = ItemPath(wave),
+               .what = u"Samples",
+               .from = text(wave.bits),
+               .to = text(bits),
+               .reason = {}});
+}
+
+void NoteRest(ConversionNotes& notes, const Item& root, const ExportSet& set,
+              const std::vector<OutPreset>& presets)
+{
+    if (!notes.IsWanted())
+        return;
+    std::unordered_set<const Instrument*> written;
+    for (const OutPreset& preset : presets)
+        written.insert(preset.instrument);
+    for (const Instrument* instrument : set.Instruments())
+        if (!written.contains(instrument))
+            notes.Dropped(*instrument, u"it plays no waveform");
+    if (root.Kind() == ItemKind::Collection)
+        for (const Song& song : root.Owner().All<Song>())
+            notes.Dropped(song, u"the format has no songs");
+}
+
+} // namespace vimbo::sf2

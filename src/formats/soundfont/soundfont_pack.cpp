@@ -1,0 +1,365 @@
+// Zones in as few records as say the same.
+#include "formats/soundfont/soundfont_build.h"
+#include "formats/soundfont/soundfont_unit_parts.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <iterator>
+#include <optional>
+#include <span>
+
+namespace vimbo::sf2 {
+namespace {
+
+constexpr std::size_t kMaxRecords = 65535; ///< of a table, the terminal one left out
+constexpr std::size_t kFirstWrittenSlot = 8;
+/// Velocity to attenuation of the standard's own default modulators: a concave curve.
+constexpr std::uint16_t kConcaveVelocity = 0x0502;
+
+/// Generators that presets can change by an amount.
+bool IsRelative(std::size_t generator) noexcept
+{
+    switch (generator) {
+    case kGenStartOffset:
+    case kGenEndOffset:
+    case kGenLoopStartOffset:
+    case kGenLoopEndOffset:
+    case kGenStartCoarse:
+    case kGenEndCoarse:
+    case kGenLoopStartCoarse:
+    case kGenLoopEndCoarse:
+    case kGenKey:
+    case kGenVelocity:
+    case kGenSampleModes:
+    case kGenExclusiveClass:
+    case kGenRootKey:
+        return false;
+    default:
+        return true;
+    }
+}
+
+/// Generators that may stand in an instrument's global zone.
+bool MayBeGlobal(std::size_t generator) noexcept
+{
+    return IsRelative(generator) || generator == kGenSampleModes || generator == kGenExclusiveClass;
+}
+
+struct ZoneRecord {
+    MidiRange keys, velocities;
+    const Zone* values;
+    std::uint16_t link;
+};
+
+/// The value that saves most records if it stands for all that have it; `usual` if none saves any.
+std::int32_t Commonest(std::vector<std::int32_t>& values, std::int32_t usual, bool mustBeAll)
+{
+    std::ranges::sort(values);
+    const auto usuals = static_cast<std::size_t>(std::ranges::count(values, usual));
+    std::int32_t best = usual;
+    std::size_t most = usuals + 1; // the record of the global zone
+    for (std::size_t first = 0, end = 0; first < values.size(); first = end) {
+        while (end < values.size() && values[end] == values[first])
+            ++end;
+        if (end - first > most && values[first] != usual && (!mustBeAll || end - first == values.size())) {
+            most = end - first;
+            best = values[first];
+        }
+    }
+    return best;
+}
+
+/// What a global zone says for the others. Defaults for less than two.
+Zone GlobalOf(std::span<const ZoneRecord> zones, const Zone& defaults)
+{
+    Zone global = defaults;
+    std::vector<std::int32_t> values(zones.size());
+    for (std::size_t i = 0; i < kGenerators; ++i) {
+        if (!MayBeGlobal(i))
+            continue;
+        std::ranges::transform(zones, values.begin(),
+                               [i](const ZoneRecord& zone) { return zone.values->generators[i]; });
+        global.generators[i] = Commonest(values, defaults.generators[i], false);
+    }
+    for (std::size_t i = kFirstWrittenSlot; i < kSlots; ++i) {
+        std::ranges::transform(zones, values.begin(),
+                               [i](const ZoneRecord& zone) { return zone.values->slots[i]; });
+        global.slots[i] = Commonest(values, defaults.slots[i], i == kSlotVelToVolume);
+    }
+    return global;
+}
+
+/// Appends zones to one level's tables.
+class ZoneWriter {
+public:
+    ZoneWriter(OutZoneTables& out, Gen link, const Zone& defaults) noexcept
+        : out_(out), link_(link), defaults_(defaults)
+    {
+    }
+
+    void Write(std::span<const ZoneRecord> zones)
+    {
+        const Zone global = GlobalOf(zones, defaults_);
+        if (global != defaults_) {
+            AddBag();
+            AddValues(global, defaults_);
+        }
+        for (const ZoneRecord& zone : zones) {
+            AddBag();
+            AddRange(kGenKeyRange, zone.keys);
+            AddRange(kGenVelocityRange, zone.velocities);
+            AddValues(*zone.values, global);
+            out_.generators.push_back({static_cast<std::uint16_t>(link_), zone.link});
+        }
+        AddTerminalCheck();
+    }
+
+private:
+    void AddBag()
+    {
+        out_.bags.push_back({static_cast<std::uint16_t>(out_.generators.size()),
+                             static_cast<std::uint16_t>(out_.modulators.size())});
+    }
+
+    void AddTerminalCheck() noexcept
+    {
+        out_.isFull = out_.isFull || out_.bags.size() > kMaxRecords || out_.generators.size() > kMaxRecords ||
+                      out_.modulators.size() > kMaxRecords;
+    }
+
+    void AddRange(Gen type, MidiRange range)
+    {
+        if (!range.IsFull())
+            out_.generators.push_back({static_cast<std::uint16_t>(type), range.Word()});
+    }
+
+    /// What differs from what holds without it.
+    void AddValues(const Zone& values, const Zone& base)
+    {
+        for (std::size_t i = 0; i < kGenerators; ++i)
+            if (values.generators[i] != base.generators[i])
+                out_.generators.push_back(
+                    {static_cast<std::uint16_t>(i), static_cast<std::uint16_t>(values.generators[i])});
+        for (std::size_t i = kFirstWrittenSlot; i < kSlots; ++i)
+            if (values.slots[i] != base.slots[i])
+                AddModulator(kSlotTable[i].source, kSlotTable[i].destination, values.slots[i]);
+        // Players would go on to use the standard's curve beside it.
+        if (values.slots[kSlotVelToVolume] != base.slots[kSlotVelToVolume])
+            AddModulator(kConcaveVelocity, kGenAttenuation, 0);
+    }
+
+    void AddModulator(std::uint16_t source, std::uint16_t destination, std::int32_t amount)
+    {
+        out_.modulators.push_back(
+            {source, destination, static_cast<std::int16_t>(amount), std::uint16_t{0}, std::uint16_t{0}});
+    }
+
+    OutZoneTables& out_;
+    Gen link_;
+    const Zone& defaults_;
+};
+
+void WriteInstrument(OutZoneTables& out, const OutLayer& layer)
+{
+    std::vector<ZoneRecord> records;
+    for (const OutZone& zone : layer.zones)
+        records.push_back(
+            {zone.keys, zone.velocities, &zone.values, static_cast<std::uint16_t>(zone.sample)});
+    ZoneWriter(out, kGenSample, DefaultZone()).Write(records);
+}
+
+/// The difference that a preset zone has to add.
+Zone Difference(const Zone& wanted, const Zone& held) noexcept
+{
+    Zone difference;
+    for (std::size_t i = 0; i < kGenerators; ++i)
+        difference.generators[i] = wanted.generators[i] - held.generators[i];
+    return difference;
+}
+
+/// True for amounts that players take for a generator of a preset.
+bool CanAdd(std::size_t generator, std::int32_t amount) noexcept
+{
+    const Limits limits = LimitsOf(generator);
+    return std::abs(amount) <= std::max(std::abs(limits.minimum), std::abs(limits.maximum));
+}
+
+bool IsSameShape(const OutZone& one, const OutZone& other, const Zone& difference) noexcept
+{
+    return one.keys == other.keys && one.velocities == other.velocities && one.sample == other.sample &&
+           one.values.slots == other.values.slots &&
+           Difference(one.values, other.values).generators == difference.generators;
+}
+
+/// The difference if `layer` is `held` but for an amount that is the same in all zones.
+std::optional<Zone> DifferenceOf(const OutLayer& layer, const OutLayer& held) noexcept
+{
+    if (layer.name != held.name || layer.zones.size() != held.zones.size())
+        return std::nullopt;
+    const Zone difference = Difference(layer.zones.front().values, held.zones.front().values);
+    for (std::size_t i = 0; i < kGenerators; ++i)
+        if (difference.generators[i] != 0 && (!IsRelative(i) || !CanAdd(i, difference.generators[i])))
+            return std::nullopt;
+    for (std::size_t i = 0; i < layer.zones.size(); ++i)
+        if (!IsSameShape(layer.zones[i], held.zones[i], difference))
+            return std::nullopt;
+    return difference;
+}
+
+/// Equal for layers that have a difference.
+std::uint64_t HashOf(const OutLayer& layer) noexcept
+{
+    std::uint64_t hash = 0xCBF29CE484222325; // FNV-1a over words
+    const auto add = [&hash](std::uint32_t word) {
+        hash = (hash ^ word) * 0x100000001B3;
+        hash ^= hash >> 29;
+    };
+    for (const char c : layer.name)
+        add(static_cast<unsigned char>(c));
+    const auto& first = layer.zones.front().values.generators;
+    for (const OutZone& zone : layer.zones) {
+        add(zone.keys.Word());
+        add(zone.velocities.Word());
+        add(static_cast<std::uint32_t>(zone.sample));
+        for (std::size_t i = 0; i < kGenerators; ++i)
+            add(static_cast<std::uint32_t>(zone.values.generators[i] - (IsRelative(i) ? first[i] : 0)));
+        for (const std::int32_t amount : zone.values.slots)
+            add(static_cast<std::uint32_t>(amount));
+    }
+    return hash;
+}
+
+} // namespace
+
+bool TablePacker::IsFull() const noexcept
+{
+    return tables_.presetZones.isFull || tables_.instrumentZones.isFull ||
+           tables_.presets.size() > kMaxRecords || tables_.instruments.size() > kMaxRecords;
+}
+
+/// The record that holds the layer but for an amount, or null.
+const OutLayer* TablePacker::FindShared(const OutLayer& layer, std::uint64_t hash, std::size_t* place) const
+{
+    const auto [first, last] = byShape_.equal_range(hash);
+    for (auto found = first; found != last; ++found)
+        if (DifferenceOf(layer, instruments_[found->second])) {
+            if (place != nullptr)
+                *place = found->second;
+            return &instruments_[found->second];
+        }
+    return nullptr;
+}
+
+std::size_t TablePacker::InstrumentFor(OutLayer& layer)
+{
+    const std::uint64_t hash = HashOf(layer);
+    if (std::size_t place = 0; FindShared(layer, hash, &place) != nullptr)
+        return place;
+    InstrumentHeader header;
+    header.name = NameField(layer.name);
+    header.bagIndex = static_cast<std::uint16_t>(tables_.instrumentZones.bags.size());
+    tables_.instruments.push_back(header);
+    WriteInstrument(tables_.instrumentZones, layer);
+    byShape_.emplace(hash, instruments_.size());
+    instruments_.push_back(std::move(layer));
+    return instruments_.size() - 1;
+}
+
+/// Generators that the bands would add to the instruments and to the preset.
+std::size_t TablePacker::CostOf(const std::vector<OutLayer>& bands) const
+{
+    std::size_t cost = 0;
+    std::unordered_multimap<std::uint64_t, const OutLayer*> fresh;
+    for (const OutLayer& band : bands) {
+        const std::uint64_t hash = HashOf(band);
+        const OutLayer* held = FindShared(band, hash, nullptr);
+        const auto [first, last] = fresh.equal_range(hash);
+        for (auto found = first; held == nullptr && found != last; ++found)
+            if (DifferenceOf(band, *found->second))
+                held = found->second;
+        if (held == nullptr) {
+            OutZoneTables scratch;
+            WriteInstrument(scratch, band);
+            cost += scratch.generators.size() + scratch.bags.size();
+            fresh.emplace(hash, &band);
+            held = &band;
+        }
+        const Zone difference = Difference(band.zones.front().values, held->zones.front().values);
+        constexpr std::size_t kRangesAndLink = 3;
+        cost += kRangesAndLink + kGenerators -
+                static_cast<std::size_t>(std::ranges::count(difference.generators, 0));
+    }
+    return cost;
+}
+
+/// Each layer in the form that costs least.
+std::vector<OutLayer> TablePacker::Divided(std::vector<OutLayer> layers) const
+{
+    constexpr std::array kAxes{BandAxis::Velocities, BandAxis::Keys};
+    const std::array dividable{FindDividable(layers, kAxes[0]), FindDividable(layers, kAxes[1])};
+    std::vector<OutLayer> result;
+    for (std::size_t i = 0; i < layers.size(); ++i) {
+        std::vector<OutLayer> best{layers[i]};
+        std::size_t least = CostOf(best);
+        for (std::size_t axis = 0; axis < kAxes.size(); ++axis) {
+            if (!dividable[axis][i])
+                continue;
+            std::vector<OutLayer> bands = BandsOf(layers[i], kAxes[axis]);
+            const std::size_t cost = CostOf(bands);
+            if (cost >= least)
+                continue;
+            least = cost;
+            best = std::move(bands);
+        }
+        std::ranges::move(best, std::back_inserter(result));
+    }
+    return result;
+}
+
+void TablePacker::Add(const OutPreset& preset, std::vector<OutLayer> layers)
+{
+    if (divideLayers_ == DivideLayers::Yes)
+        layers = Divided(std::move(layers));
+    PresetHeader header{};
+    header.name = NameField(preset.name);
+    header.preset = preset.program;
+    header.bank = preset.bank;
+    header.bagIndex = static_cast<std::uint16_t>(tables_.presetZones.bags.size());
+    tables_.presets.push_back(header);
+    std::vector<Zone> differences(layers.size());
+    std::vector<ZoneRecord> records;
+    for (std::size_t i = 0; i < layers.size() && !IsFull(); ++i) {
+        const MidiRange keys = layers[i].keys, velocities = layers[i].velocities;
+        const Zone first = layers[i].zones.front().values;
+        const std::size_t place = InstrumentFor(layers[i]);
+        differences[i] = Difference(first, instruments_[place].zones.front().values);
+        records.push_back({keys, velocities, &differences[i], static_cast<std::uint16_t>(place)});
+    }
+    static const Zone kNothing;
+    ZoneWriter(tables_.presetZones, kGenInstrument, kNothing).Write(records);
+}
+
+bool TablePacker::Finish()
+{
+    if (IsFull())
+        return false;
+    const auto terminate = [](OutZoneTables& zones) {
+        const auto index = static_cast<std::uint16_t>(zones.bags.size());
+        zones.bags.push_back({static_cast<std::uint16_t>(zones.generators.size()),
+                              static_cast<std::uint16_t>(zones.modulators.size())});
+        zones.generators.push_back({});
+        zones.modulators.push_back({});
+        return index;
+    };
+    PresetHeader preset{};
+    preset.name = NameField("EOP");
+    preset.bagIndex = terminate(tables_.presetZones);
+    tables_.presets.push_back(preset);
+    InstrumentHeader instrument;
+    instrument.name = NameField("EOI");
+    instrument.bagIndex = terminate(tables_.instrumentZones);
+    tables_.instruments.push_back(instrument);
+    return true;
+}
+
+} // namespace vimbo::sf2

@@ -1,0 +1,450 @@
+#include "base/last_error.h"
+#include "base/text.h"
+#include "formats/soundfont/soundfont.h"
+#include "formats/soundfont/soundfont_tables.h"
+#include "model/consistency.h"
+#include "model/envelope.h"
+#include "model/fix_up.h"
+#include "model/instrument.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+
+namespace vimbo::sf2 {
+namespace {
+
+constexpr std::uint32_t kPcm16 = FormatBit(DataFormat::Pcm16), kPcm24 = FormatBit(DataFormat::Pcm24),
+                        kCompressed = FormatBit(DataFormat::Compressed);
+constexpr std::uint32_t kAuto = kPcm16 | kPcm24 | kCapsMono | kCapsDualMono;
+
+/// A waveform whose samples are codes of `bits` bits.
+Waveform& AddWave(Collection& items, std::u16string_view name, std::uint32_t frames, unsigned channels = 1,
+                  unsigned bits = 16)
+{
+    auto& wave = items.Create<Waveform>(name);
+    wave.frames = frames;
+    wave.channels = static_cast<std::uint8_t>(channels);
+    wave.rateHz = 44100;
+    wave.saveFormat = bits == 24 ? SaveFormat::Pcm24 : SaveFormat::Pcm16;
+    const std::span<float> samples = wave.LockSamplesForWrite();
+    const double codes = std::exp2(bits - 1);
+    for (std::size_t i = 0; i < samples.size(); ++i)
+        samples[i] =
+            static_cast<float>(std::round(0.7 * codes * std::sin(0.05 * static_cast<double>(i))) / codes);
+    wave.loop.end = frames;
+    wave.Validate();
+    return wave;
+}
+
+Instrument& AddInstrument(Collection& items, std::u16string_view name, unsigned program)
+{
+    auto& instrument = items.Create<Instrument>(name);
+    instrument.location.word = program;
+    return instrument;
+}
+
+struct Written {
+    bool good = false;
+    std::vector<std::byte> bytes;
+    FormatChoice choice;
+};
+Written Write(Item& root, FormatChoice choice = {kAuto, kSoundFont2, 0})
+{
+    MemoryFile file;
+    Written written;
+    written.choice = choice;
+    written.good = WriteSoundFont(root, file, written.choice);
+    written.bytes = file.Release();
+    return written;
+}
+
+/// What a file holds, as a user gets it.
+void Load(Collection& out, const Written& written)
+{
+    MemoryFile file(written.bytes);
+    out.SetName(u"loaded");
+    out.loading = true;
+    ASSERT_TRUE(ReadSoundFont(out, file, kSoundFont2));
+    out.loading = false;
+    for (Waveform& wave : out.All<Waveform>()) {
+        ASSERT_TRUE(file.Seek(wave.sourceOffset));
+        ASSERT_TRUE(wave.importProc->load(wave, file));
+        static_cast<void>(wave.LockSamplesForWrite()); // there is no file to read again
+    }
+    FixUpItems(out, kPruneAll, AfterLoad::Yes, SourceHoldsStereo::No);
+    EXPECT_TRUE(IsConsistent(out));
+}
+
+struct Bank {
+    explicit Bank(const Written& written) : file(written.bytes) { EXPECT_TRUE(ReadTables(file, tables)); }
+    /// "43=12348 53=0 | 53=1": the zones of an owner.
+    static std::string Zones(const ZoneTables& zones, std::size_t owner)
+    {
+        std::string text;
+        const IndexRange range = zones.Zones(owner);
+        for (std::size_t zone = range.first; zone < range.end; ++zone) {
+            text += zone != range.first ? "| " : "";
+            for (const Generator& generator : zones.GeneratorsOf(zone))
+                text += std::to_string(generator.type.Get()) + "=" +
+                        std::to_string(static_cast<std::int16_t>(generator.amount.Get())) + " ";
+            for (const Modulator& modulator : zones.ModulatorsOf(zone))
+                text += "(" + std::to_string(modulator.source.Get()) + ">" +
+                        std::to_string(modulator.destination.Get()) + "=" +
+                        std::to_string(modulator.amount.Get()) + ") ";
+        }
+        return text;
+    }
+    std::string InstrumentZones(std::size_t index) const { return Zones(tables.instrumentZones, index); }
+    std::string PresetZones(std::size_t index) const { return Zones(tables.presetZones, index); }
+    std::u16string SampleName(std::size_t index) const { return NameOf(tables.sampleHeaders[index].name); }
+
+    MemoryFile file;
+    Tables tables;
+};
+
+float ValueOf(const Collection& items, std::u16string_view instrument, ParamId id)
+{
+    for (const Instrument& found : items.All<Instrument>())
+        if (found.GetName() == instrument)
+            return found.Layers().front()->Regions().front()->GetParam(id);
+    ADD_FAILURE() << "no such instrument";
+    return 0;
+}
+
+TEST(SoundFontWrite, TablesSayWhatDiffersInTheOrderOfTheStandard)
+{
+    Collection items;
+    items.SetName(u"Test");
+    items.SetText(kTextEngineer, u"Ann");
+    Waveform& wave = AddWave(items, u"Wave", 100);
+    wave.rootKey = 62;
+    wave.fineTune = -7;
+    wave.loop.type = LoopType::Forward;
+    wave.loop.start = 10;
+    wave.loop.end = 90;
+    Layer& layer = AddInstrument(items, u"Inst", 5).AddLayer(u"Zones");
+    Region& low = layer.AddRegion(wave.Handle(), {0, 59}, {1, 100});
+    Region& high = layer.AddRegion(wave.Handle(), {60, 127});
+    for (Region* region : {&low, &high})
+        region->articulation.Set(kArtPan, 0.5f);
+    low.articulation.Set(kArtVelToVolume, 48);
+    low.articulation.Set(kArtTuning, -1.25f);
+    high.SetParam(kParamRegionRootKey, 64);
+    high.SetParam(kParamLoopStart, 12);
+    high.startOffset = 40000;
+    high.trigger.Set(kParamExclusionGroup, 3);
+    const Written written = Write(items);
+    ASSERT_TRUE(written.good);
+
+    const Bank bank(written);
+    EXPECT_EQ(bank.InstrumentZones(0), "17=250 54=1 | 43=15104 44=25601 51=-1 52=-25 53=0 (258>48=1200) "
+                                       "(1282>48=0) | 43=32572 0=7232 2=2 4=1 57=3 58=64 53=0 ");
+    EXPECT_EQ(bank.PresetZones(0), "41=0 ");
+    EXPECT_EQ(bank.tables.major, 2);
+    EXPECT_EQ(bank.tables.minor, 1);
+    ASSERT_EQ(bank.tables.sampleHeaders.size(), 1u);
+    const SampleHeader& header = bank.tables.sampleHeaders[0];
+    EXPECT_EQ(header.start.Get(), 0u);
+    EXPECT_EQ(header.end.Get(), 100u);
+    EXPECT_EQ(header.loopStart.Get(), 10u);
+    EXPECT_EQ(header.loopEnd.Get(), 90u);
+    EXPECT_EQ(header.originalPitch, 62);
+    EXPECT_EQ(header.pitchCorrection, -7);
+    EXPECT_EQ(header.type.Get(), kSampleMono);
+    EXPECT_EQ(bank.tables.samples.bytes, 2u * (100 + 46));
+    const std::string_view text(reinterpret_cast<const char*>(written.bytes.data()), written.bytes.size());
+    constexpr std::string_view kInfo("ifil\4\0\0\0\2\0\1\0isng\10\0\0\0EMU8000\0INAM\6\0\0\0Test\0\0IENG\4",
+                                     47);
+    EXPECT_EQ(text.substr(24, kInfo.size()), kInfo);
+    EXPECT_NE(text.find(std::string_view("ISFT\x14\0\0\0Vimbo Studio v12.7\0\0", 28)), text.npos);
+    EXPECT_EQ(text.size() % 2, 0u);
+}
+
+TEST(SoundFontWrite, ZonesThatDifferByAnAmountShareAnInstrument)
+{
+    Collection items;
+    Waveform& wave = AddWave(items, u"Wave", 64);
+    float tuning = 0;
+    for (const char16_t* name : {u"A", u"B", u"C"}) {
+        Layer& layer = AddInstrument(items, name, static_cast<unsigned>(tuning)).AddLayer(u"Same");
+        for (const std::uint8_t key : {std::uint8_t{10}, std::uint8_t{20}}) {
+            Region& region = layer.AddRegion(wave.Handle(), {key, key});
+            region.articulation.Set(kArtTuning, tuning + (key == 20 && tuning == 2 ? 1.0f : 0.0f));
+        }
+        ++tuning;
+    }
+    const Bank bank(Write(items));
+    EXPECT_EQ(bank.tables.instruments.size(), 2u + 1);
+    EXPECT_EQ(bank.PresetZones(0), "41=0 ");
+    EXPECT_EQ(bank.PresetZones(1), "51=1 41=0 ");
+    EXPECT_EQ(bank.PresetZones(2), "41=1 ");
+    EXPECT_EQ(bank.InstrumentZones(1), "43=2570 51=2 53=0 | 43=5140 51=3 53=0 ");
+}
+
+TEST(SoundFontWrite, SecondWritingGivesTheSameBytes)
+{
+    Collection items;
+    Waveform& stereo = AddWave(items, u"A stereo sound of long name", 200, 2);
+    Waveform& mono = AddWave(items, u"Mono", 300);
+    AddWave(items, u"Unused", 50);
+    Instrument& first = AddInstrument(items, u"First", 3);
+    Layer& layer = first.AddLayer(u"Layer: old");
+    layer.AddRegion(mono.Handle(), {0, 40});
+    Region& side = layer.AddRegion(stereo.Handle(), {41, 127});
+    side.articulation.Set(kArtFilterType, static_cast<float>(FilterType::LowPass12));
+    side.articulation.Set(kArtCutoff, 1234);
+    side.articulation.Set(kArtKeyToPitch, 0.5f);
+    side.articulation.Set(kArtEnvelopes + kEnvDecay2Time, 3);
+    side.articulation.Set(kArtEnvelopes + kEnvSustain, 0.5f);
+    Instrument& drums = AddInstrument(items, u"First", 3);
+    drums.location.SetDrum(true);
+    drums.AddLayer(u"").AddRegion(mono.Handle(), {36, 36});
+    FixUpItems(items, kPruneAll, AfterLoad::No);
+
+    const Written one = Write(items);
+    ASSERT_TRUE(one.good);
+    Collection again;
+    Load(again, one);
+    EXPECT_EQ(again.CountOf(ItemKind::Instrument), 2u);
+    EXPECT_EQ(again.CountOf(ItemKind::Waveform), 3u);
+    EXPECT_EQ(again.List<Instrument>()[0]->Layers().size(), 1u) << "the right half must join the left one";
+    EXPECT_TRUE(again.List<Instrument>()[1]->location.IsDrum());
+    const Region& read = *again.List<Instrument>()[0]->Layers()[0]->Regions()[1];
+    ASSERT_NE(read.Wave(), nullptr);
+    EXPECT_EQ(read.Wave()->channels, 2);
+    EXPECT_TRUE(std::ranges::equal(read.Wave()->LockSamples(), stereo.LockSamples()));
+    EXPECT_NEAR(read.articulation[kArtCutoff], 1234, 10);
+    EXPECT_EQ(read.articulation[kArtKeyToPitch], 0.5f);
+    EXPECT_EQ(read.articulation[kArtPan], 0);
+    const Written two = Write(again);
+    EXPECT_TRUE(one.bytes == two.bytes);
+    Collection third;
+    Load(third, two);
+    for (const ParamId id : {kArtCutoff, kArtVolume, ParamId{kArtEnvelopes + kEnvDecay2Time}})
+        EXPECT_EQ(ValueOf(third, u"First", id), ValueOf(again, u"First", id));
+}
+
+TEST(SoundFontWrite, HalvesAreLinkedOnlyWhereReadersMayPutThemToTheSides)
+{
+    Collection items;
+    Waveform& left = AddWave(items, u"Str (L)", 100);
+    Waveform& right = AddWave(items, u"Str (R)", 100);
+    Waveform& other = AddWave(items, u"Bass L", 100);
+    Waveform& bass = AddWave(items, u"Bass R", 100);
+    AddWave(items, u"Pad -R", 80);
+    AddWave(items, u"Pad -L", 80);
+    Instrument& instrument = AddInstrument(items, u"I", 0);
+    const auto add = [&](Waveform& wave, float pan, std::uint8_t key) {
+        instrument.AddLayer().AddRegion(wave.Handle(), {key, key}).articulation.Set(kArtPan, pan);
+    };
+    add(left, -1, 50);
+    add(right, 1, 50);
+    add(other, -0.9f, 60);
+    add(bass, 0.9f, 60);
+    const Bank bank(Write(items));
+    const auto& headers = bank.tables.sampleHeaders;
+    ASSERT_EQ(headers.size(), 6u);
+    EXPECT_EQ(headers[0].type.Get(), kSampleLeft);
+    EXPECT_EQ(headers[0].link.Get(), 1);
+    EXPECT_EQ(headers[1].type.Get(), kSampleRight);
+    EXPECT_EQ(headers[1].link.Get(), 0);
+    EXPECT_EQ(bank.SampleName(1), u"Str (R)");
+    EXPECT_EQ(headers[2].type.Get(), kSampleMono);
+    EXPECT_EQ(headers[3].type.Get(), kSampleMono);
+    EXPECT_EQ(bank.SampleName(4), u"Pad -L") << "left halves come first";
+    EXPECT_EQ(headers[4].link.Get(), 5);
+}
+
+TEST(SoundFontWrite, NamesStayUniqueWhenTheyAreCut)
+{
+    Collection items;
+    for (const char16_t* name :
+         {u"A very long name of a sound 1", u"A very long name of a sound 2", u"A very long name, of another",
+          u"a very long name, of one more", u"EOS", u"A very long name, of a stereo sound"})
+        AddWave(items, name, 20, std::u16string_view(name).ends_with(u"stereo sound") ? 2 : 1);
+    AddWave(items, u"Stem of nineteen ch", 20, 2);
+    const Bank bank(Write(items));
+    std::vector<std::u16string> names;
+    for (std::size_t i = 0; i < bank.tables.sampleHeaders.size(); ++i)
+        names.push_back(bank.SampleName(i));
+    const std::vector<std::u16string> wanted = {u"A very long name of1",
+                                                u"A very long name of2",
+                                                u"A very long name, of",
+                                                u"a very long name, 1",
+                                                u"EOS 1",
+                                                u"A very long name, oL",
+                                                u"A very long name, oR",
+                                                u"Stem of nineteen chL",
+                                                u"Stem of nineteen chR"};
+    EXPECT_EQ(names, wanted);
+}
+
+TEST(SoundFontWrite, BanksKeepProgramsApart)
+{
+    Collection items;
+    Waveform& wave = AddWave(items, u"Wave", 20);
+    const auto add = [&](unsigned msb, unsigned lsb, unsigned program) {
+        Instrument& instrument = AddInstrument(items, u"I", program);
+        instrument.location.SetBankMsb(msb);
+        instrument.location.SetBankLsb(lsb);
+        instrument.AddLayer().AddRegion(wave.Handle());
+    };
+    add(0, 1, 7);
+    add(0, 0, 7);
+    add(1, 0, 7);
+    const Bank bank(Write(items));
+    std::vector<unsigned> banks;
+    for (const PresetHeader& header : bank.tables.presets)
+        banks.push_back(header.bank.Get());
+    EXPECT_EQ(banks, (std::vector<unsigned>{0, 1, 2, 0}));
+}
+
+TEST(SoundFontWrite, Samples24BitsWideKeepTheirLowBytes)
+{
+    Collection items;
+    Waveform& wave = AddWave(items, u"Wide", 77, 1, 24);
+    AddWave(items, u"Plain", 33);
+    const Written automatic = Write(items);
+    const Bank bank(automatic);
+    EXPECT_EQ(bank.tables.minor, 4);
+    EXPECT_EQ(bank.tables.lowBytes.bytes, 77u + 33 + 2 * 46);
+    Collection again;
+    Load(again, automatic);
+    EXPECT_TRUE(std::ranges::equal(again.List<Waveform>()[1]->LockSamples(), wave.LockSamples()));
+    const Bank plain(Write(items, {kPcm16 | kCapsMono, kSoundFont2, 0}));
+    EXPECT_EQ(plain.tables.minor, 1);
+    EXPECT_EQ(plain.tables.lowBytes.bytes, 0u);
+}
+
+TEST(SoundFontWrite, CompressedBanksHoldStreamsWhereTheyAreSmaller)
+{
+    Collection items;
+    Waveform& longer = AddWave(items, u"Longer", 9001);
+    longer.loop.type = LoopType::Forward;
+    longer.loop.start = 100;
+    longer.loop.end = 9000;
+    Waveform& shorter = AddWave(items, u"Shorter", 11);
+    AddWave(items, u"Stereo", 5000, 2).loop = longer.loop;
+    const FormatChoice flac{kCompressed | kPcm16 | kPcm24, kSoundFont3, 1.0f};
+    const Written written = Write(items, flac);
+    ASSERT_TRUE(written.good);
+    const Bank bank(written);
+    EXPECT_EQ(bank.tables.major, 3);
+    EXPECT_EQ(bank.tables.minor, 0);
+    const auto& headers = bank.tables.sampleHeaders;
+    ASSERT_EQ(headers.size(), 4u);
+    EXPECT_EQ(headers[0].type.Get(), kSampleFlac | kSampleMono);
+    EXPECT_EQ(headers[2].loopStart.Get(), 100u) << "counts from the stream, not from the bank";
+    EXPECT_LT(headers[0].end.Get() - headers[0].start.Get(), 2u * 9001);
+    EXPECT_EQ(headers[1].type.Get(), kSampleMono);
+    EXPECT_EQ(headers[2].type.Get(), kSampleFlac | kSampleLeft);
+    Collection again;
+    Load(again, written);
+    std::map<std::u16string, Waveform*> waves;
+    for (Waveform* wave : again.List<Waveform>())
+        waves.emplace(wave->GetName(), wave);
+    EXPECT_TRUE(std::ranges::equal(waves.at(u"Longer")->LockSamples(), longer.LockSamples()));
+    EXPECT_TRUE(std::ranges::equal(waves.at(u"Shorter")->LockSamples(), shorter.LockSamples()));
+    EXPECT_TRUE(Write(items, flac).bytes == written.bytes);
+
+    const Bank vorbis(Write(items, {kCompressed, kSoundFont3, 0.3f}));
+    EXPECT_EQ(vorbis.tables.sampleHeaders[0].type.Get(), kSampleVorbis | kSampleMono);
+    const Bank wide(Write(items, {kPcm24, kSoundFont3, 1.0f}));
+    EXPECT_EQ(wide.tables.major, 2);
+    EXPECT_EQ(wide.tables.minor, 4);
+
+    Collection tiny;
+    AddWave(tiny, u"Tiny", 11);
+    EXPECT_EQ(Bank(Write(tiny, flac)).tables.major, 2);
+}
+
+TEST(SoundFontWrite, SettingsOfCompressionEndWithFlac)
+{
+    std::u16string name;
+    std::uint32_t count = 0;
+    float last = 0;
+    for (float value = 0; (value = SoundFontSubFormats(count, kSoundFont3, &name)) > 0; ++count) {
+        EXPECT_GT(value, last);
+        last = value;
+    }
+    EXPECT_EQ(count, 10u);
+    EXPECT_EQ(last, 1.0f);
+    EXPECT_EQ(name, u"FLAC");
+}
+
+/// A full plane of keys and velocities, no two zones of which have anything in common.
+void FillPlane(Layer& layer, const Waveform& wave, bool alike)
+{
+    unsigned number = 0;
+    for (unsigned key = 0; key < 128; ++key)
+        for (unsigned velocity = 0; velocity < 128; ++velocity, ++number) {
+            const auto edge = [](unsigned value) { return static_cast<std::uint8_t>(value); };
+            Region& region =
+                layer.AddRegion(wave.Handle(), {edge(key), edge(key)}, {edge(velocity), edge(velocity)});
+            const unsigned value = alike ? velocity : number * 7919 % 1999;
+            region.articulation.Set(kArtPan, static_cast<float>(value % 1000) * 0.002f - 0.998f);
+            region.articulation.Set(kArtTuning, static_cast<float>(alike ? key : value % 91) * 0.1f - 3);
+        }
+}
+
+TEST(SoundFontWrite, TooManyValuesAreRefusedUnlessZonesCanShareThem)
+{
+    for (const bool alike : {true, false}) {
+        Collection items;
+        Layer& layer = AddInstrument(items, u"I", 0).AddLayer(u"Plane");
+        FillPlane(layer, AddWave(items, u"Wave", 30), alike);
+        const Written written = Write(items);
+        ASSERT_EQ(written.good, alike);
+        if (!alike) {
+            EXPECT_TRUE(written.bytes.empty());
+            EXPECT_TRUE(LastError().starts_with(u"Save failed - Too much data!\n\nThe SF2 file format is"));
+            continue;
+        }
+        EXPECT_EQ(Bank(written).tables.instruments.size(), 1u + 1) << "one for all velocities";
+        Collection again;
+        Load(again, written);
+        ASSERT_EQ(again.List<Instrument>()[0]->Layers().size(), 1u);
+        EXPECT_EQ(again.List<Instrument>()[0]->Layers()[0]->Regions().size(), 128u * 128);
+        EXPECT_TRUE(Write(again).bytes == written.bytes);
+    }
+}
+
+class NotingHost final : public Host {
+public:
+    bool WantsNotes() const override { return true; }
+    void NoteConversion(ConversionNote note) override
+    {
+        if (note.fidelity != Fidelity::Kept)
+            lost.push_back(note.what);
+    }
+    std::vector<std::u16string> lost;
+};
+
+TEST(SoundFontWrite, LossesAreTold)
+{
+    NotingHost host;
+    Collection items;
+    items.SetHost(host);
+    Waveform& wave = AddWave(items, u"Wave", 100);
+    wave.markers.emplace_back();
+    Instrument& instrument = AddInstrument(items, u"I", 0);
+    instrument.channelFx[0].type = ChannelFxType::Delay;
+    Region& region = instrument.AddLayer().AddRegion(wave.Handle());
+    region.articulation.Set(kArtFilterType, static_cast<float>(FilterType::HighPass12));
+    region.trigger.Set(kParamDelay, 2);
+    region.SetParam(kParamLoopType, static_cast<float>(LoopType::Alternating));
+    instrument.AddLayer().AddRegion(NO_ITEM);
+    AddInstrument(items, u"Empty", 1);
+    ASSERT_TRUE(Write(items).good);
+    for (const std::u16string_view what :
+         {u"Filter type", u"Markers", u"Channel effect 1", u"Region", u"Instrument"})
+        EXPECT_EQ(std::ranges::count(host.lost, what), 1) << WideToUtf8(std::u16string(what));
+    for (const ParamId id : {kParamDelay, kParamLoopType})
+        EXPECT_EQ(std::ranges::count(host.lost, AnyParamRow(id).name), 1) << id;
+}
+
+} // namespace
+} // namespace vimbo::sf2
