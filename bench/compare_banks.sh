@@ -53,7 +53,7 @@ printf '%s (%d MB), page cache warm, best of %d, %d cores, whole processes\n' "$
     $(($(stat -c %s "$bank") / 1000000)) "$runs" "$(nproc)"
 
 echo "Opening:"
-row "vimbo convert --dry-run" "$vimbo" convert -q --dry-run "$bank" -t wav -o "$work/out.d/"
+row "vimbo convert --dry-run" "$vimbo" convert -q --dry-run "$bank" -t sf2 -o "$work/out.sf2"
 have fluidsynth && row "fluidsynth, samples when played" \
     fluidsynth -niq -F /dev/null -T raw -o synth.dynamic-sample-loading=1 "$bank" "$work/empty.mid"
 have fluidsynth && row "fluidsynth" fluidsynth -niq -F /dev/null -T raw "$bank" "$work/empty.mid"

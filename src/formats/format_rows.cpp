@@ -13,6 +13,7 @@
 //   DLS, Giga     level word
 //   RIFF-MIDI     DLS level, 0 = none
 //   Akai          1 S1000, 3 S3000, 5 Creamware; MPC sounds: the header's version byte
+#include "formats/aiff/aiff.h"
 #include "formats/container/zip.h"
 #include "formats/format_table.h"
 #include "formats/raw/raw.h"
@@ -57,10 +58,10 @@ constexpr std::array<FormatRow, kFormatRowCount> kRows = {{
     {u"aac",        nullptr,          nullptr,        nullptr,             u"MPEG 4 AAC - Low Complexity",                   kWave,      0x320000,  2,                                                        nullptr},
     {u"aac",        nullptr,          nullptr,        nullptr,             u"MPEG 4 AAC - Main Profile",                     kWave,      0x320000,  3,                                                        nullptr},
     {u"ads",        nullptr,          nullptr,        nullptr,             u"PlayStation 2 sound",                           kWave,      0,         0,                                                        nullptr},
-    {u"afc",        nullptr,          nullptr,        nullptr,             u"Compressed AIFF",                               kWave,      0,         0,                                                        nullptr},
-    {u"aif",        nullptr,          nullptr,        nullptr,             u"Audio interchange",                             kWave,      0x300035,  0,                                                        nullptr},
-    {u"aiff",       nullptr,          nullptr,        nullptr,             u"Audio interchange",                             kWave,      0x300035,  0,                                                        nullptr},
-    {u"aifc",       nullptr,          nullptr,        nullptr,             u"Compressed AIFF",                               kWave,      0,         0,                                                        nullptr},
+    {u"afc",        ReadAiff,         nullptr,        DetectAifc,          u"Compressed AIFF",                               kWave,      0,         0,                                                        nullptr},
+    {u"aif",        ReadAiff,         WriteAiff,      DetectAiff,          u"Audio interchange",                             kWave,      0x300035,  0,                                                        nullptr},
+    {u"aiff",       ReadAiff,         WriteAiff,      DetectAiff,          u"Audio interchange",                             kWave,      0x300035,  0,                                                        nullptr},
+    {u"aifc",       ReadAiff,         nullptr,        DetectAifc,          u"Compressed AIFF",                               kWave,      0,         0,                                                        nullptr},
     {u"ais",        nullptr,          nullptr,        nullptr,             u"Velvet Studio instrument",                      kInstrWave, 0,         0,                                                        nullptr},
     {u"akai",       nullptr,          nullptr,        nullptr,             u"AKAI S-series disk image",                      kBank,      0,         0,                                                        nullptr},
     // 20
@@ -87,7 +88,7 @@ constexpr std::array<FormatRow, kFormatRowCount> kRows = {{
     {u"bnk",        nullptr,          nullptr,        nullptr,             u"Yamaha DX11/TX81z voice SysEx",                 kInstr,     0,         0,                                                        nullptr},
     // 40
     {u"bwf",        ReadWave,         nullptr,        DetectBroadcastWave, u"Broadcast wave",                                kWave,      0,         0,                                                        nullptr},
-    {u"c01",        nullptr,          nullptr,        nullptr,             u"Typhoon wave",                                  kWave,      0,         0,                                                        nullptr},
+    {u"c01",        ReadAiff,         nullptr,        DetectAiff,          u"Typhoon wave",                                  kWave,      0,         0,                                                        nullptr},
     {u"caf",        nullptr,          nullptr,        nullptr,             u"Apple CoreAudio",                               kWave,      0,         0,                                                        nullptr},
     {u"caff",       nullptr,          nullptr,        nullptr,             u"Apple CoreAudio",                               kWave,      0,         0,                                                        nullptr},
     {u"cda",        nullptr,          nullptr,        nullptr,             u"Audio CD track",                                kWave,      0,         0,                                                        nullptr},
@@ -293,7 +294,7 @@ constexpr std::array<FormatRow, kFormatRowCount> kRows = {{
     {u"map",        nullptr,          nullptr,        nullptr,             u"NI Reaktor - Embedded",                         kInstrWave, 0,         0,                                                        nullptr},
     {u"map",        nullptr,          nullptr,        nullptr,             u"NI Reaktor - Linked",                           kInstr,     0,         0,                                                        nullptr},
     {u"mat",        nullptr,          nullptr,        nullptr,             u"Matlab binary vars",                            kWave,      0,         0,                                                        nullptr},
-    {u"maud",       nullptr,          nullptr,        nullptr,             u"MAUD sample",                                   kWave,      0,         0,                                                        nullptr},
+    {u"maud",       ReadAiff,         nullptr,        DetectMaud,          u"MAUD sample",                                   kWave,      0,         0,                                                        nullptr},
     // 230
     {u"mdl",        nullptr,          nullptr,        nullptr,             u"Digitrakker module",                            kBank,      0,         0,                                                        nullptr},
     {u"med",        nullptr,          nullptr,        nullptr,             u"OctaMED module",                                kBank,      0,         0,                                                        nullptr},

@@ -2,6 +2,7 @@
 
 #include "base/last_error.h"
 #include "base/path.h"
+#include "formats/aiff/aiff.h"
 #include "formats/raw/raw.h"
 #include "formats/soundfont/soundfont.h"
 #include "formats/speech/speech.h"
@@ -207,8 +208,8 @@ bool OpenPath(Collection& collection, std::u16string_view path, OpenMode mode, A
 
 std::span<const ImportProcedure* const> AllImportProcedures() noexcept
 {
-    static constexpr std::array kProcedures{&kWaveImport,   &kAsciiImport, &kSpeechImport, &kFlacImport,
-                                            &kVorbisImport, &kSm24Import,  &kPackedImport};
+    static constexpr std::array kProcedures{&kAiffImport, &kWaveImport,   &kAsciiImport, &kSpeechImport,
+                                            &kFlacImport, &kVorbisImport, &kSm24Import,  &kPackedImport};
     return kProcedures;
 }
 

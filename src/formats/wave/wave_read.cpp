@@ -2,6 +2,7 @@
 // needed.
 #include "base/byte_reader.h"
 #include "base/last_error.h"
+#include "formats/texts/id3.h"
 #include "formats/wave/wave.h"
 #include "formats/wave/wave_chunks.h"
 #include "formats/wave/wave_format.h"
@@ -27,8 +28,8 @@ bool IsOpenSize(std::uint32_t claimed) noexcept
 class WaveReader {
 public:
     /// @param end at most the file's size
-    WaveReader(Waveform& wave, FileObject& file, std::uint64_t start, std::uint64_t end) noexcept
-        : wave_(wave), file_(file), start_(start), limit_(end)
+    WaveReader(Waveform& wave, FileObject& file, std::uint64_t start, std::uint64_t end)
+        : wave_(wave), file_(file), start_(start), limit_(end), nameBefore_(wave.GetName())
     {
     }
 
@@ -56,6 +57,7 @@ private:
     bool ReadMesa(ChunkCursor& chunk);
     bool ReadAtem(ChunkCursor& chunk);
     bool ReadDs64(ChunkCursor& chunk);
+    bool ReadId3(ChunkCursor& chunk);
     void ReadCreamware(ChunkCursor& chunk, bool hasLoop);
     void ReadAkai(ChunkCursor& chunk);
     void ApplyAkai(const AkaiData& akai);
@@ -69,6 +71,7 @@ private:
     std::uint64_t end_ = 0;
     std::endian order_ = std::endian::little;
     bool isRf64_ = false;
+    std::u16string nameBefore_;
     std::uint32_t claimedForm_ = 0; ///< the form's size field
 
     std::optional<WaveFormat> format_;
@@ -79,6 +82,7 @@ private:
     std::uint32_t trimStart_ = 0; ///< frames [trimStart_, trimEnd_) are the sample; both 0: all of them
     std::uint32_t trimEnd_ = 0;
     CueTexts cues_;
+    std::vector<std::byte> id3_;
 };
 
 const WaveReader::ChunkRow WaveReader::kChunks[] = {
@@ -93,6 +97,8 @@ const WaveReader::ChunkRow WaveReader::kChunks[] = {
     {FourCc{"mesa"}, sizeof(MesaHead), &WaveReader::ReadMesa},
     {FourCc{"atem"}, 0, &WaveReader::ReadAtem},
     {FourCc{"ds64"}, sizeof(Ds64), &WaveReader::ReadDs64},
+    {FourCc{"ID3 "}, kId3HeadBytes, &WaveReader::ReadId3},
+    {FourCc{"id3 "}, kId3HeadBytes, &WaveReader::ReadId3},
 };
 
 bool WaveReader::Run()
@@ -364,6 +370,14 @@ bool WaveReader::ReadDs64(ChunkCursor& chunk)
     return true;
 }
 
+/// Kept for the end: the texts of INFO come first.
+bool WaveReader::ReadId3(ChunkCursor& chunk)
+{
+    if (id3_.empty())
+        id3_ = chunk.ReadRest(kId3BytesRead);
+    return true;
+}
+
 /// Akai trimming: only frames [trimStart_, trimEnd_) of the data are the sample.
 void WaveReader::Trim()
 {
@@ -387,6 +401,7 @@ bool WaveReader::Finish()
     wave_.frames = WaveFrameCount(*format_, wave_.sourceBytes, factFrames_);
     Trim();
     cues_.Apply(wave_, !hasSmpl_ && wave_.loop.type == LoopType::Off);
+    ReadId3Texts(id3_, nameBefore_, wave_);
     return true;
 }
 
