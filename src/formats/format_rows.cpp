@@ -15,8 +15,10 @@
 //   Akai          1 S1000, 3 S3000, 5 Creamware; MPC sounds: the header's version byte
 #include "formats/aiff/aiff.h"
 #include "formats/container/zip.h"
+#include "formats/dls/dls.h"
 #include "formats/format_table.h"
 #include "formats/raw/raw.h"
+#include "formats/sfz/sfz.h"
 #include "formats/soundfont/soundfont.h"
 #include "formats/speech/speech.h"
 #include "formats/wave/wave.h"
@@ -111,11 +113,11 @@ constexpr std::array<FormatRow, kFormatRowCount> kRows = {{
     // 60
     {u"dig",        nullptr,          nullptr,        nullptr,             u"Sound Designer I",                              kWave,      0,         0,                                                        nullptr},
     {u"dlp",        nullptr,          nullptr,        nullptr,             u"DirectMusic Producer",                          kBank,      0,         0,                                                        nullptr},
-    {u"dls",        nullptr,          nullptr,        nullptr,             u"DownLoadable Sounds",                           kBank,      0,         0,                                                        nullptr},
-    {u"dls",        nullptr,          nullptr,        nullptr,             u"DownLoadable Sounds level 1",                   kBank,      0x2100005, 1,                                                        nullptr},
-    {u"dls",        nullptr,          nullptr,        nullptr,             u"DownLoadable Sounds level 2",                   kBank,      0x2100005, 2,                                                        nullptr},
-    {u"dls",        nullptr,          nullptr,        nullptr,             u"DownLoadable Sounds level 2+",                  kBank,      0x2122375, 3,                                                        nullptr},
-    {u"dls",        nullptr,          nullptr,        nullptr,             u"DownLoadable Sounds level 2++",                 kBank,      0x2122375, 4,                                                        nullptr},
+    {u"dls",        ReadDls,          nullptr,        DetectDls,           u"DownLoadable Sounds",                           kBank,      0,         0,                                                        nullptr},
+    {u"dls",        nullptr,          WriteDls,       nullptr,             u"DownLoadable Sounds level 1",                   kBank,      0x2100005, 1,                                                        nullptr},
+    {u"dls",        nullptr,          WriteDls,       nullptr,             u"DownLoadable Sounds level 2",                   kBank,      0x2100005, 2,                                                        nullptr},
+    {u"dls",        nullptr,          WriteDls,       nullptr,             u"DownLoadable Sounds level 2+",                  kBank,      0x2122375, 3,                                                        nullptr},
+    {u"dls",        nullptr,          WriteDls,       nullptr,             u"DownLoadable Sounds level 2++",                 kBank,      0x2122375, 4,                                                        nullptr},
     {u"dmf",        nullptr,          nullptr,        nullptr,             u"XTracker module",                               kBank,      0,         0,                                                        nullptr},
     {u"dmg",        nullptr,          nullptr,        nullptr,             u"ChkSys AKAI S-series",                          kBank,      0,         0,                                                        nullptr},
     {u"dr8",        nullptr,          nullptr,        nullptr,             u"FXpansion DR-008 drums",                        kInstr,     0,         0,                                                        nullptr},
@@ -469,12 +471,12 @@ constexpr std::array<FormatRow, kFormatRowCount> kRows = {{
     {u"sfd",        nullptr,          nullptr,        nullptr,             u"SoundStage data",                               kWave,      0,         0,                                                        nullptr},
     {u"sfi",        nullptr,          nullptr,        nullptr,             u"SoundStage info",                               kWave,      0,         0,                                                        nullptr},
     {u"sfr",        nullptr,          nullptr,        nullptr,             u"Sonic Foundry sample",                          kWave,      0,         0,                                                        nullptr},
-    {u"sfz",        nullptr,          nullptr,        nullptr,             u"SFZ instrument",                                kInstrSet,  0,         0,                                                        nullptr},
-    {u"sfz",        nullptr,          nullptr,        nullptr,             u"rgc:audio SFZ v1 (waves in same folder)",       kInstrSet,  0x320075,  0,                                                        nullptr},
+    {u"sfz",        ReadSfz,          nullptr,        DetectNothing,       u"SFZ instrument",                                kInstrSet,  0,         0,                                                        nullptr},
+    {u"sfz",        nullptr,          WriteSfz,       nullptr,             u"rgc:audio SFZ v1 (waves in same folder)",       kInstrSet,  0x320075,  0,                                                        SfzSubFormats},
     // 390
-    {u"sfz",        nullptr,          nullptr,        nullptr,             u"rgc:audio SFZ v1 (waves in sub-folder)",        kInstrSet,  0x320075,  1,                                                        nullptr},
-    {u"sfz",        nullptr,          nullptr,        nullptr,             u"Cakewalk SFZ v2 (waves in same folder)",        kInstrSet,  0x320075,  2,                                                        nullptr},
-    {u"sfz",        nullptr,          nullptr,        nullptr,             u"Cakewalk SFZ v2 (waves in sub-folder)",         kInstrSet,  0x320075,  3,                                                        nullptr},
+    {u"sfz",        nullptr,          WriteSfz,       nullptr,             u"rgc:audio SFZ v1 (waves in sub-folder)",        kInstrSet,  0x320075,  1,                                                        SfzSubFormats},
+    {u"sfz",        nullptr,          WriteSfz,       nullptr,             u"Cakewalk SFZ v2 (waves in same folder)",        kInstrSet,  0x320075,  2,                                                        SfzSubFormats},
+    {u"sfz",        nullptr,          WriteSfz,       nullptr,             u"Cakewalk SFZ v2 (waves in sub-folder)",         kInstrSet,  0x320075,  3,                                                        SfzSubFormats},
     {u"shn",        nullptr,          nullptr,        nullptr,             u"Shorten lossless",                              kWave,      0,         0,                                                        nullptr},
     {u"smd",        nullptr,          nullptr,        nullptr,             u"J-Phone / SmdEd song",                          kSong,      0,         0,                                                        nullptr},
     {u"smp",        nullptr,          nullptr,        nullptr,             u"AdLib Gold sample",                             kWave,      0,         0,                                                        nullptr},

@@ -7,11 +7,11 @@ namespace vimbo {
 namespace {
 
 /// `name` as the bank spells it below `folder`: with its own folder parts first, then its file part alone.
-std::u16string LookBelow(std::u16string_view folder, std::u16string_view name)
+std::u16string LookBelow(PathFinder& finder, std::u16string_view folder, std::u16string_view name)
 {
-    std::u16string found = FindExistingPath(JoinPath(folder, name));
+    std::u16string found = finder.Find(JoinPath(folder, name));
     if (found.empty() || !IsFile(found))
-        found = FindExistingPath(JoinPath(folder, name.substr(GetFileName(name))));
+        found = finder.Find(JoinPath(folder, name.substr(GetFileName(name))));
     return !found.empty() && IsFile(found) ? found : std::u16string();
 }
 
@@ -28,9 +28,9 @@ bool MissingFileSearch::Find(std::u16string_view name, std::u16string_view filte
     if (name.empty())
         return false;
     if (!lastFolder_.empty())
-        out = LookBelow(lastFolder_, name);
+        out = LookBelow(finder_, lastFolder_, name);
     if (out.empty())
-        out = LookBelow(bankFolder_, name);
+        out = LookBelow(finder_, bankFolder_, name);
     if (!out.empty())
         return true;
     if (!refused_.insert(std::u16string(name)).second)

@@ -2,6 +2,7 @@
 // files.
 #pragma once
 
+#include "base/path_finder.h"
 #include "formats/format_table.h"
 
 #include <set>
@@ -55,6 +56,7 @@ public:
 
 private:
     Host& host_;
+    PathFinder finder_;
     std::u16string bankFolder_;
     std::u16string lastFolder_; ///< where the user found the last one: its siblings lie there too
     std::set<std::u16string> refused_;

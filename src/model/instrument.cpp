@@ -274,4 +274,22 @@ bool Instrument::Deserialize(ByteReader& in)
     return true;
 }
 
+std::optional<std::size_t> FindChannelFx(const Instrument& instrument, ChannelFxType type) noexcept
+{
+    const auto found = std::ranges::find(instrument.channelFx, type, &ChannelFx::type);
+    if (found == instrument.channelFx.end())
+        return std::nullopt;
+    return static_cast<std::size_t>(found - instrument.channelFx.begin());
+}
+
+std::optional<std::size_t> ProvideChannelFx(Instrument& instrument, const ChannelFx& effect) noexcept
+{
+    if (const auto present = FindChannelFx(instrument, effect.type))
+        return present;
+    const auto free = FindChannelFx(instrument, ChannelFxType::None);
+    if (free)
+        instrument.channelFx[*free] = effect;
+    return free;
+}
+
 } // namespace vimbo

@@ -7,6 +7,7 @@
 #include "model/trigger.h"
 
 #include <array>
+#include <optional>
 
 namespace vimbo {
 
@@ -66,6 +67,10 @@ struct ChannelFx {
     friend bool operator==(const ChannelFx&, const ChannelFx&) = default;
 };
 inline constexpr std::size_t kChannelFxSlots = 4;
+
+/// What formats mean that only say "chorus" or "reverb": two slow voices; a middle-sized room.
+inline constexpr ChannelFx kDefaultChorus{ChannelFxType::Chorus, {2, 0, 0}, {0.6f, 0.003f, 0, 0, 0}};
+inline constexpr ChannelFx kDefaultReverb{ChannelFxType::Reverb, {0, 0, 0}, {0.6f, 0.5f, 0, 0, 0}};
 inline constexpr ParamId kChannelFxParams = 8;
 
 /// How MoveArticulationUp treats parameters that not all children agree on.
@@ -265,6 +270,11 @@ private:
     void TakeFromWave() noexcept;
     void RenameAfterEdit(ParamId id);
 };
+
+/// The first slot with an effect of the type.
+std::optional<std::size_t> FindChannelFx(const Instrument& instrument, ChannelFxType type) noexcept;
+/// The same; a free slot gets the effect if there is none yet. Nothing if all slots are taken.
+std::optional<std::size_t> ProvideChannelFx(Instrument& instrument, const ChannelFx& effect) noexcept;
 
 /// The region's loop with its overrides over the waveform's.
 LoopInfo GetEffectiveLoop(const Region& region) noexcept;

@@ -17,11 +17,6 @@ constexpr double kOctavesToMiddleC = -1.0 / 3;
 /// Semitones or dB per octave for a bipolar amount of 1 unit over 128 keys.
 constexpr double kKeysPart = 0.1875;
 
-// Effects for banks that have sends but say nothing about the effects: a slow, light chorus and a mid-sized
-// room.
-constexpr ChannelFx kDefaultChorus{ChannelFxType::Chorus, {2, 0, 0}, {0.6f, 0.003f, 0, 0, 0}};
-constexpr ChannelFx kDefaultReverb{ChannelFxType::Reverb, {0, 0, 0}, {0.6f, 0.5f, 0, 0, 0}};
-
 constexpr std::array kFilterDepths{
     kArtVelToCutoff,       kArtKeyToCutoff,       kArtWheelToCutoff,   kArtTouchToCutoff, kArtFLfoToCutoff,
     kArtWheelFLfoToCutoff, kArtTouchFLfoToCutoff, kArtVelFLfoToCutoff, kArtFEnvToCutoff,  kArtVelFEnvToCutoff,
@@ -168,18 +163,10 @@ struct SendSlots {
     std::optional<std::size_t> reverb, chorus;
 };
 
-std::optional<std::size_t> FindEffect(const Instrument& instrument, ChannelFxType type) noexcept
-{
-    const auto& slots = instrument.channelFx;
-    const auto found = std::ranges::find(slots, type, &ChannelFx::type);
-    if (found == slots.end())
-        return std::nullopt;
-    return static_cast<std::size_t>(found - slots.begin());
-}
-
 SendSlots FindSends(const Instrument& instrument) noexcept
 {
-    return {FindEffect(instrument, ChannelFxType::Reverb), FindEffect(instrument, ChannelFxType::Chorus)};
+    return {FindChannelFx(instrument, ChannelFxType::Reverb),
+            FindChannelFx(instrument, ChannelFxType::Chorus)};
 }
 
 struct SendSource {
@@ -193,23 +180,12 @@ bool HasSend(const Zone& zone, SendSource send) noexcept
     return zone.generators[send.generator] != 0 || zone.slots[send.slot] != DefaultZone().slots[send.slot];
 }
 
-/// The effect's slot; a free one gets the effect if there is none yet.
-std::optional<std::size_t> ProvideEffect(Instrument& instrument, const ChannelFx& effect) noexcept
-{
-    if (const auto present = FindEffect(instrument, effect.type))
-        return present;
-    const auto free = FindEffect(instrument, ChannelFxType::None);
-    if (free)
-        instrument.channelFx[*free] = effect;
-    return free;
-}
-
 SendSlots ProvideSends(const Zone& zone, Instrument& instrument, int& lost) noexcept
 {
     SendSlots slots;
-    if (HasSend(zone, kReverb) && !(slots.reverb = ProvideEffect(instrument, kDefaultReverb)))
+    if (HasSend(zone, kReverb) && !(slots.reverb = ProvideChannelFx(instrument, kDefaultReverb)))
         ++lost;
-    if (HasSend(zone, kChorus) && !(slots.chorus = ProvideEffect(instrument, kDefaultChorus)))
+    if (HasSend(zone, kChorus) && !(slots.chorus = ProvideChannelFx(instrument, kDefaultChorus)))
         ++lost;
     return slots;
 }
