@@ -5,6 +5,7 @@
 #include "model/fix_up.h"
 #include "model/instrument.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -101,12 +102,12 @@ std::vector<std::byte> Write(Collection& items, const FormatChoice& choice)
     return file.Release();
 }
 
-void Load(Collection& items, std::span<const std::byte> bytes)
+void Load(Collection& items, std::span<const std::byte> bytes, std::uint32_t variant)
 {
     MemoryFile file(bytes);
     items.SetName(u"bank");
     items.loading = true;
-    Require(ReadSoundFont(items, file, kSoundFont2));
+    Require(ReadSoundFont(items, file, variant));
     items.loading = false;
     for (Waveform& wave : items.All<Waveform>()) {
         Require(file.Seek(wave.sourceOffset) && wave.importProc->load(wave, file));
@@ -119,18 +120,26 @@ void Load(Collection& items, std::span<const std::byte> bytes)
 void Check(std::span<const std::byte> bytes)
 {
     Source in(bytes);
-    const bool isCompressed = in.Byte() % 16 == 0;
+    const unsigned kind = in.Byte() % 16;
+    const bool isCompressed = kind == 0, isVersion1 = kind >= 9;
     constexpr std::uint32_t kPlain = FormatBit(DataFormat::Pcm16) | FormatBit(DataFormat::Pcm24) | kCapsMono;
     const FormatChoice choice{isCompressed ? kPlain | FormatBit(DataFormat::Compressed) : kPlain,
-                              isCompressed ? kSoundFont3 : kSoundFont2, 0};
+                              isCompressed ? kSoundFont3
+                              : isVersion1 ? kSoundFont1
+                                           : kSoundFont2,
+                              0};
+    const std::uint32_t readAs = isVersion1 ? kSoundFont1 : kSoundFont2;
     Collection items;
     Build(items, in);
     FixUpItems(items, kPruneAll, AfterLoad::No);
+    if (isVersion1 &&
+        std::ranges::none_of(items.List<Waveform>(), [](const Waveform* wave) { return wave->frames != 0; }))
+        return; // refused
     // The first reading joins layers and names things anew; from then on nothing changes.
     Collection first, second;
-    Load(first, Write(items, choice));
+    Load(first, Write(items, choice), readAs);
     const std::vector<std::byte> written = Write(first, choice);
-    Load(second, written);
+    Load(second, written, readAs);
     Require(Write(second, choice) == written);
     Require(first.CountOf(ItemKind::Region) == second.CountOf(ItemKind::Region));
 }

@@ -448,7 +448,7 @@ constexpr std::array<FormatRow, kFormatRowCount> kRows = {{
     {u"s3p",        nullptr,          nullptr,        nullptr,             u"AKAI MESA II/PC S-series program",              kInstr,     0,         0,                                                        nullptr},
     {u"sam",        ReadRaw,          nullptr,        DetectNothing,       u"Signed 8-bit PCM",                              kWave,      0,         1,                                                        nullptr},
     {u"sb",         ReadRaw,          WriteRaw,       DetectNothing,       u"Signed bytes (8-bit)",                          kWave,      0x300001,  1,                                                        nullptr},
-    {u"sbk",        ReadSoundFont,    nullptr,        DetectSoundFont,     u"SoundFont v1",                                  kBank,      0x2100004, 1,                                                        nullptr},
+    {u"sbk",        ReadSoundFont,    WriteSoundFont, DetectSoundFont,     u"SoundFont v1",                                  kBank,      0x2100004, 1,                                                        nullptr},
     {u"sbi",        nullptr,          nullptr,        nullptr,             u"Creative FM instrument",                        kInstr,     0,         0,                                                        nullptr},
     {u"sd",         nullptr,          nullptr,        nullptr,             u"Sound Designer I",                              kWave,      0,         0,                                                        nullptr},
     // 370

@@ -2,6 +2,7 @@
 #include "formats/soundfont/soundfont_build.h"
 
 #include "formats/soundfont/soundfont_names.h"
+#include "formats/soundfont/soundfont_units1.h"
 #include "model/collection.h"
 
 #include <algorithm>
@@ -55,14 +56,12 @@ void SetLoop(Zone& zone, const LoopInfo& loop, const OutSample& sample) noexcept
               static_cast<std::int64_t>(loop.end) - sample.loopEnd);
 }
 
-/// What concerns the sample.
+/// What concerns the sample but for its pitch.
 void SetSample(Zone& zone, const Region& region, const OutSample& sample) noexcept
 {
     SetOffset(zone, kGenStartOffset, kGenStartCoarse, region.startOffset);
     SetOffset(zone, kGenEndOffset, kGenEndCoarse, region.endOffset);
     SetLoop(zone, WholeLoop(GetEffectiveLoop(region), sample.wave->frames), sample);
-    if (region.EffectiveRootKey() != sample.rootKey)
-        zone.generators[kGenRootKey] = region.EffectiveRootKey();
     if (region.trigger.exclusionGroup <= kMaxExclusiveClass)
         zone.generators[kGenExclusiveClass] = region.trigger.exclusionGroup;
 }
@@ -75,8 +74,11 @@ float PanOf(unsigned channel, float pan) noexcept
 
 /// The zone of an articulation, and always the same for what it is read as: where a value lies outside the
 /// limits, another step than that at the limit may stand for what is left of it.
-void SetArticulation(Zone& zone, const ArticulationBlock& block, const Instrument& instrument, float gainDb)
+void SetArticulation(Zone& zone, const ArticulationBlock& block, const Instrument& instrument, float gainDb,
+                     unsigned major)
 {
+    if (major == kVersion1)
+        return ArticulationToVersion1(block, instrument, gainDb, zone);
     ArticulationToZone(block, &instrument, gainDb, zone);
     ArticulationBlock read;
     ZoneToArticulation(zone, read, instrument);
@@ -84,19 +86,34 @@ void SetArticulation(Zone& zone, const ArticulationBlock& block, const Instrumen
         ArticulationToZone(read, &instrument, 0, zone);
 }
 
+/// In version 1 the zone says the sample's whole pitch; what is no whole key goes to the tuning.
+void SetPitch(OutZone& zone, const OutSample& sample, ArticulationBlock& block, unsigned major)
+{
+    const int rootKey = zone.region->EffectiveRootKey();
+    if (major != kVersion1) {
+        if (rootKey != sample.rootKey)
+            zone.values.generators[kGenRootKey] = rootKey;
+        return;
+    }
+    const Waveform& wave = *sample.wave;
+    const PitchOfVersion1 pitch =
+        PitchForVersion1(wave.rateHz, wave.fineTune, rootKey, block[kArtKeyToPitch]);
+    zone.values.generators[kGenSamplePitch] = pitch.rootKey * 100;
+    zone.pitchMoved = pitch.semitones;
+    if (pitch.semitones != 0)
+        block.Set(kArtTuning, block[kArtTuning] + static_cast<float>(pitch.semitones));
+}
+
 OutZone ZoneOf(const Region& region, const Instrument& instrument, const SampleList& samples,
-               std::size_t place)
+               std::size_t place, unsigned major)
 {
     const OutSample& sample = samples.samples[place];
     OutZone zone{&region, region.trigger.keys, region.trigger.velocities, place, DefaultZone()};
-    const float gainDb = sample.wave->volume;
-    if (sample.channel == OutSample::kWhole) {
-        SetArticulation(zone.values, region.articulation, instrument, gainDb);
-    } else {
-        ArticulationBlock block = region.articulation;
+    ArticulationBlock block = region.articulation;
+    if (sample.channel != OutSample::kWhole)
         block.Set(kArtPan, PanOf(sample.channel, block[kArtPan]));
-        SetArticulation(zone.values, block, instrument, gainDb);
-    }
+    SetPitch(zone, sample, block, major);
+    SetArticulation(zone.values, block, instrument, sample.wave->volume, major);
     SetSample(zone.values, region, sample);
     return zone;
 }
@@ -168,7 +185,7 @@ std::vector<OutPreset> ListPresets(const ExportSet& set)
     return presets;
 }
 
-std::vector<OutLayer> LayersOf(const Instrument& instrument, const SampleList& samples)
+std::vector<OutLayer> LayersOf(const Instrument& instrument, const SampleList& samples, unsigned major)
 {
     std::vector<OutLayer> layers;
     for (const Layer* layer : instrument.Layers()) {
@@ -177,9 +194,9 @@ std::vector<OutLayer> LayersOf(const Instrument& instrument, const SampleList& s
             const auto found = samples.places.find(region->Wave());
             if (found == samples.places.end())
                 continue;
-            zones.push_back(ZoneOf(*region, instrument, samples, found->second));
+            zones.push_back(ZoneOf(*region, instrument, samples, found->second, major));
             if (samples.samples[found->second].channel == 0)
-                rights.push_back(ZoneOf(*region, instrument, samples, found->second + 1));
+                rights.push_back(ZoneOf(*region, instrument, samples, found->second + 1, major));
         }
         AddLayer(layers, *layer, std::move(zones), samples);
         AddLayer(layers, *layer, std::move(rights), samples);

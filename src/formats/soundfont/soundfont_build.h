@@ -6,6 +6,7 @@
 #include "formats/export_set.h"
 #include "formats/soundfont/soundfont_units.h"
 
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -46,7 +47,8 @@ struct OutZone {
     const Region* region;
     MidiRange keys, velocities;
     std::size_t sample;
-    Zone values; ///< absolute, with the settings of the sample
+    Zone values;           ///< absolute, with the settings of the sample
+    double pitchMoved = 0; ///< semitones of its tuning that make up for what the sample's header cannot say
 };
 /// A zone of a preset, with the zones of its instrument.
 struct OutLayer {
@@ -66,7 +68,8 @@ struct OutPreset {
 /// Instruments with layers, by bank and program. Clashes raise the bank, as far as there is a free one.
 std::vector<OutPreset> ListPresets(const ExportSet& set);
 /// The layers that have anything to play. One with stereo waveforms gives two, left and right.
-std::vector<OutLayer> LayersOf(const Instrument& instrument, const SampleList& samples);
+/// @param major  version of the bank; 1: zones as HeldByVersion1 gives them, with the pitch of the sample
+std::vector<OutLayer> LayersOf(const Instrument& instrument, const SampleList& samples, unsigned major);
 
 /// Zones with their generators and modulators, as the file has them.
 struct OutZoneTables {
@@ -97,7 +100,11 @@ enum class DivideLayers : bool { No, Yes };
 class TablePacker {
 public:
     /// @param divideLayers  write layers as bands where that takes fewer generators
-    explicit TablePacker(DivideLayers divideLayers) noexcept : divideLayers_(divideLayers) {}
+    /// @param major  version of the bank; in version 1 presets cannot hold a difference
+    TablePacker(DivideLayers divideLayers, unsigned major) noexcept
+        : divideLayers_(divideLayers), isVersion1_(major == kVersion1)
+    {
+    }
     void Add(const OutPreset& preset, std::vector<OutLayer> layers);
     /// Adds the terminal records. @return false if more was added than the tables hold
     [[nodiscard]] bool Finish();
@@ -110,8 +117,10 @@ private:
     std::vector<OutLayer> Divided(std::vector<OutLayer> layers) const;
     std::size_t CostOf(const std::vector<OutLayer>& bands) const;
 
-    DivideLayers divideLayers_;
+    std::optional<Zone> DifferenceFrom(const OutLayer& layer, const OutLayer& held) const noexcept;
 
+    DivideLayers divideLayers_;
+    bool isVersion1_;
     OutTables tables_;
     std::vector<OutLayer> instruments_; ///< what the records hold
     std::unordered_multimap<std::uint64_t, std::size_t> byShape_;
@@ -122,7 +131,7 @@ std::string NarrowNameOf(std::u16string_view name);
 std::array<char, 20> NameField(std::string_view name) noexcept;
 
 // What the bank cannot hold.
-void NoteSamples(ConversionNotes& notes, const SampleList& samples, const ExportSet& set);
+void NoteSamples(ConversionNotes& notes, const SampleList& samples, const ExportSet& set, unsigned major);
 void NotePreset(ConversionNotes& notes, const OutPreset& preset, const std::vector<OutLayer>& layers,
                 const SampleList& samples);
 /// Samples with more bits than the bank gets.

@@ -47,6 +47,8 @@ void NoteZone(ConversionNotes& notes, const OutZone& zone, const OutSample& samp
     ZoneToArticulation(zone.values, held, instrument);
     if (sample.channel != OutSample::kWhole)
         held.Set(kArtPan, wanted[kArtPan]); // the two sides say it together
+    if (zone.pitchMoved != 0)
+        held.Set(kArtTuning, held[kArtTuning] - static_cast<float>(zone.pitchMoved));
     notes.Articulation(region, wanted, held);
     notes.Trigger(region, region.trigger, HeldTrigger(zone));
     const LoopInfo loop = GetEffectiveLoop(region);
@@ -90,6 +92,19 @@ void NoteMissing(ConversionNotes& notes, const Instrument& instrument, const Sam
                                                                   : u"it has no waveform");
 }
 
+/// Version 1 has no pitches of samples; the zones that play one make up for it.
+void NotePitch(ConversionNotes& notes, const Waveform& wave, bool isUsed)
+{
+    constexpr float kMiddleC = 60;
+    notes.Param(wave, kParamWaveRate, static_cast<float>(wave.rateHz), static_cast<float>(kVersion1RateHz),
+                isUsed ? u"the format has one rate; regions are tuned to sound the same"
+                       : u"the format has one rate");
+    if (isUsed)
+        return;
+    notes.Param(wave, kParamWaveRootKey, wave.rootKey, kMiddleC, u"only regions have a pitch");
+    notes.Param(wave, kParamWaveFineTune, wave.fineTune, 0, u"only regions have a pitch");
+}
+
 std::uint8_t WidthOf(const Waveform& wave) noexcept
 {
     constexpr std::uint8_t kPlain = 16;
@@ -115,7 +130,7 @@ void NotePreset(ConversionNotes& notes, const OutPreset& preset, const std::vect
                 NoteZone(notes, zone, samples.samples[zone.sample], instrument);
 }
 
-void NoteSamples(ConversionNotes& notes, const SampleList& samples, const ExportSet& set)
+void NoteSamples(ConversionNotes& notes, const SampleList& samples, const ExportSet& set, unsigned major)
 {
     if (!notes.IsWanted())
         return;
@@ -140,6 +155,8 @@ void NoteSamples(ConversionNotes& notes, const SampleList& samples, const Export
                        .to = {},
                        .reason = u"the format has none",
                        .count = wave.markers.size()});
+        if (major == kVersion1)
+            NotePitch(notes, wave, used.contains(&wave));
         if (used.contains(&wave))
             continue;
         notes.Param(wave, kParamWaveVolume, wave.volume, 0, u"only regions have a volume");

@@ -1,6 +1,7 @@
 // Zones in as few records as say the same.
 #include "formats/soundfont/soundfont_build.h"
 #include "formats/soundfont/soundfont_unit_parts.h"
+#include "formats/soundfont/soundfont_units1.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -32,6 +33,7 @@ bool IsRelative(std::size_t generator) noexcept
     case kGenVelocity:
     case kGenSampleModes:
     case kGenExclusiveClass:
+    case kGenSamplePitch:
     case kGenRootKey:
         return false;
     default:
@@ -42,7 +44,8 @@ bool IsRelative(std::size_t generator) noexcept
 /// Generators that may stand in an instrument's global zone.
 bool MayBeGlobal(std::size_t generator) noexcept
 {
-    return IsRelative(generator) || generator == kGenSampleModes || generator == kGenExclusiveClass;
+    return IsRelative(generator) || generator == kGenSampleModes || generator == kGenExclusiveClass ||
+           generator == kGenSamplePitch;
 }
 
 struct ZoneRecord {
@@ -51,10 +54,13 @@ struct ZoneRecord {
     std::uint16_t link;
 };
 
-/// The value that saves most records if it stands for all that have it; `usual` if none saves any.
+/// The value that saves most records if it stands for all that have it; `usual` if none saves any. Where a
+/// zone must leave the generator out, no value may stand for all.
 std::int32_t Commonest(std::vector<std::int32_t>& values, std::int32_t usual, bool mustBeAll)
 {
     std::ranges::sort(values);
+    if (!values.empty() && values.front() == kLeftOut)
+        return usual;
     const auto usuals = static_cast<std::size_t>(std::ranges::count(values, usual));
     std::int32_t best = usual;
     std::size_t most = usuals + 1; // the record of the global zone
@@ -92,6 +98,7 @@ Zone GlobalOf(std::span<const ZoneRecord> zones, const Zone& defaults)
 /// Appends zones to one level's tables.
 class ZoneWriter {
 public:
+    /// @param defaults  what zones are compared with
     ZoneWriter(OutZoneTables& out, Gen link, const Zone& defaults) noexcept
         : out_(out), link_(link), defaults_(defaults)
     {
@@ -159,13 +166,20 @@ private:
     const Zone& defaults_;
 };
 
-void WriteInstrument(OutZoneTables& out, const OutLayer& layer)
+void WriteInstrument(OutZoneTables& out, const OutLayer& layer, bool isVersion1)
 {
+    std::vector<Zone> amounts;
+    if (isVersion1)
+        for (const OutZone& zone : layer.zones)
+            amounts.push_back(AmountsOfVersion1(zone.values));
     std::vector<ZoneRecord> records;
-    for (const OutZone& zone : layer.zones)
-        records.push_back(
-            {zone.keys, zone.velocities, &zone.values, static_cast<std::uint16_t>(zone.sample)});
-    ZoneWriter(out, kGenSample, DefaultZone()).Write(records);
+    for (std::size_t i = 0; i < layer.zones.size(); ++i) {
+        const OutZone& zone = layer.zones[i];
+        records.push_back({zone.keys, zone.velocities, isVersion1 ? &amounts[i] : &zone.values,
+                           static_cast<std::uint16_t>(zone.sample)});
+    }
+    const Zone& defaults = isVersion1 ? DefaultsOfVersion1() : DefaultZone();
+    ZoneWriter(out, kGenSample, defaults).Write(records);
 }
 
 /// The difference that a preset zone has to add.
@@ -231,6 +245,13 @@ std::uint64_t HashOf(const OutLayer& layer) noexcept
 
 } // namespace
 
+/// Presets of version 1 only say what instruments leave open.
+std::optional<Zone> TablePacker::DifferenceFrom(const OutLayer& layer, const OutLayer& held) const noexcept
+{
+    const std::optional<Zone> difference = DifferenceOf(layer, held);
+    return isVersion1_ && difference && *difference != Zone() ? std::nullopt : difference;
+}
+
 bool TablePacker::IsFull() const noexcept
 {
     return tables_.presetZones.isFull || tables_.instrumentZones.isFull ||
@@ -242,7 +263,7 @@ const OutLayer* TablePacker::FindShared(const OutLayer& layer, std::uint64_t has
 {
     const auto [first, last] = byShape_.equal_range(hash);
     for (auto found = first; found != last; ++found)
-        if (DifferenceOf(layer, instruments_[found->second])) {
+        if (DifferenceFrom(layer, instruments_[found->second])) {
             if (place != nullptr)
                 *place = found->second;
             return &instruments_[found->second];
@@ -259,7 +280,7 @@ std::size_t TablePacker::InstrumentFor(OutLayer& layer)
     header.name = NameField(layer.name);
     header.bagIndex = static_cast<std::uint16_t>(tables_.instrumentZones.bags.size());
     tables_.instruments.push_back(header);
-    WriteInstrument(tables_.instrumentZones, layer);
+    WriteInstrument(tables_.instrumentZones, layer, isVersion1_);
     byShape_.emplace(hash, instruments_.size());
     instruments_.push_back(std::move(layer));
     return instruments_.size() - 1;
@@ -275,11 +296,11 @@ std::size_t TablePacker::CostOf(const std::vector<OutLayer>& bands) const
         const OutLayer* held = FindShared(band, hash, nullptr);
         const auto [first, last] = fresh.equal_range(hash);
         for (auto found = first; held == nullptr && found != last; ++found)
-            if (DifferenceOf(band, *found->second))
+            if (DifferenceFrom(band, *found->second))
                 held = found->second;
         if (held == nullptr) {
             OutZoneTables scratch;
-            WriteInstrument(scratch, band);
+            WriteInstrument(scratch, band, isVersion1_);
             cost += scratch.generators.size() + scratch.bags.size();
             fresh.emplace(hash, &band);
             held = &band;
@@ -333,10 +354,12 @@ void TablePacker::Add(const OutPreset& preset, std::vector<OutLayer> layers)
         const Zone first = layers[i].zones.front().values;
         const std::size_t place = InstrumentFor(layers[i]);
         differences[i] = Difference(first, instruments_[place].zones.front().values);
-        records.push_back({keys, velocities, &differences[i], static_cast<std::uint16_t>(place)});
+        const Zone* values = isVersion1_ ? &DefaultsOfVersion1() : &differences[i];
+        records.push_back({keys, velocities, values, static_cast<std::uint16_t>(place)});
     }
     static const Zone kNothing;
-    ZoneWriter(tables_.presetZones, kGenInstrument, kNothing).Write(records);
+    const Zone& defaults = isVersion1_ ? DefaultsOfVersion1() : kNothing;
+    ZoneWriter(tables_.presetZones, kGenInstrument, defaults).Write(records);
 }
 
 bool TablePacker::Finish()

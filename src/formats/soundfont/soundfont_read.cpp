@@ -21,7 +21,6 @@ constexpr std::size_t kMaxRegions = std::size_t{1} << 18;
 /// Regions on top of each other in one zone of a preset.
 constexpr std::size_t kMaxStacked = 512;
 constexpr unsigned kDrumBank = 128;
-constexpr std::uint16_t kVersion1 = 1;
 
 std::optional<MidiRange> Intersection(MidiRange a, MidiRange b) noexcept
 {

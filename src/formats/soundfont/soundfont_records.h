@@ -60,6 +60,20 @@ struct SampleHeader {
 };
 static_assert(DiskRecord<SampleHeader> && sizeof(SampleHeader) == 46);
 
+inline constexpr std::uint16_t kVersion1 = 1;
+inline constexpr std::uint32_t kVersion1RateHz = 44100; ///< of all samples
+
+/// Of version 1, which has a table of names (`snam`) beside it. Frames in `smpl`.
+struct SampleHeader1 {
+    U32le start, end, loopStart, loopEnd;
+};
+static_assert(DiskRecord<SampleHeader1> && sizeof(SampleHeader1) == 16);
+
+struct SampleName {
+    std::array<char, 20> text;
+};
+static_assert(DiskRecord<SampleName> && sizeof(SampleName) == 20);
+
 inline constexpr std::uint16_t kSampleMono = 1;
 inline constexpr std::uint16_t kSampleRight = 2;
 inline constexpr std::uint16_t kSampleLeft = 4;

@@ -12,19 +12,7 @@ namespace {
 constexpr std::size_t kMaxTableBytes = std::size_t{1} << 26;
 constexpr std::size_t kIndexSteps = 65536;
 
-constexpr std::uint32_t kVersion1RateHz = 44100;
 constexpr std::uint8_t kMiddleC = 60;
-
-/// Version 1: names stand in `snam`.
-struct SampleHeader1 {
-    U32le start, end, loopStart, loopEnd;
-};
-static_assert(DiskRecord<SampleHeader1> && sizeof(SampleHeader1) == 16);
-
-struct SampleName {
-    std::array<char, 20> text;
-};
-static_assert(DiskRecord<SampleName> && sizeof(SampleName) == 20);
 
 struct Version {
     U16le major, minor;

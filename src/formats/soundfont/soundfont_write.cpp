@@ -31,6 +31,15 @@ constexpr std::u16string_view kTooManyValues =
     u"maximum "
     u"of 65536 parameter values... Remove some instruments then try saving again.\n";
 
+constexpr std::u16string_view kTooManyValues1 =
+    u"Save failed - Too many 'parameter' values!\nThe SBK format can handle a maximum of 65536 parameter "
+    u"values...\n";
+
+bool FailFull(unsigned major)
+{
+    return Fail(major == kVersion1 ? kTooManyValues1 : kTooManyValues);
+}
+
 struct InfoText {
     FourCc id;
     ParamId text;
@@ -132,6 +141,24 @@ std::vector<SampleHeader> HeadersOf(const std::vector<OutSample>& samples, const
     return headers;
 }
 
+/// The names of version 1.
+std::vector<SampleName> NamesOf(const std::vector<OutSample>& samples)
+{
+    std::vector<SampleName> names;
+    for (const OutSample& sample : samples)
+        names.push_back({NameField(sample.name)});
+    names.push_back({NameField("EOS")});
+    return names;
+}
+
+std::vector<SampleHeader1> HeadersOfVersion1(const std::vector<SampleHeader>& headers)
+{
+    std::vector<SampleHeader1> out;
+    for (const SampleHeader& header : headers)
+        out.push_back({header.start, header.end, header.loopStart, header.loopEnd});
+    return out;
+}
+
 /// The text as the file holds it, without what reading would change.
 std::string TextOf(const TextItem& root, const InfoText& info)
 {
@@ -156,7 +183,7 @@ ByteWriter MakeInfo(const TextItem& root, std::uint16_t major, std::uint16_t min
     return info;
 }
 
-ByteWriter MakeTables(const OutTables& tables, const std::vector<SampleHeader>& headers)
+ByteWriter MakeTables(const OutTables& tables, const std::vector<SampleHeader>& headers, unsigned major)
 {
     ByteWriter out;
     WriteTable(out, FourCc{"phdr"}, tables.presets);
@@ -167,7 +194,10 @@ ByteWriter MakeTables(const OutTables& tables, const std::vector<SampleHeader>& 
     WriteTable(out, FourCc{"ibag"}, tables.instrumentZones.bags);
     WriteTable(out, FourCc{"imod"}, tables.instrumentZones.modulators);
     WriteTable(out, FourCc{"igen"}, tables.instrumentZones.generators);
-    WriteTable(out, FourCc{"shdr"}, headers);
+    if (major == kVersion1)
+        WriteTable(out, FourCc{"shdr"}, HeadersOfVersion1(headers));
+    else
+        WriteTable(out, FourCc{"shdr"}, headers);
     return out;
 }
 
@@ -263,17 +293,23 @@ private:
 /// Puts the parts of the file together around the data.
 class BankWriter {
 public:
+    /// @param version1  false: version 2, or 3 if there are streams
     BankWriter(const TextItem& root, const SampleList& samples, const OutTables& tables, Streams& streams,
-               bool is24)
+               bool is24, bool version1)
         : samples_(samples.samples), streams_(streams), plan_(PlanData(samples_, streams, is24))
     {
         const bool isCompressed = !streams.places.empty();
-        const std::uint16_t minor = isCompressed ? 0 : is24 ? 4 : 1;
-        WriteList(front_, FourCc{"INFO"}, MakeInfo(root, isCompressed ? 3 : 2, minor));
-        WriteChunkHead(front_, FourCc{"LIST"}, DataListBytes());
+        const std::uint16_t major = version1 ? kVersion1 : isCompressed ? 3 : 2;
+        const std::uint16_t minor = version1 || isCompressed ? 0 : is24 ? 4 : 1;
+        WriteList(front_, FourCc{"INFO"}, MakeInfo(root, major, minor));
+        ByteWriter names;
+        if (version1)
+            WriteTable(names, FourCc{"snam"}, NamesOf(samples_));
+        WriteChunkHead(front_, FourCc{"LIST"}, DataListBytes() + names.Size());
         front_.Write(FourCc{"sdta"});
+        front_.Append(names.Bytes());
         WriteChunkHead(front_, FourCc{"smpl"}, plan_.bytes);
-        WriteList(tables_, FourCc{"pdta"}, MakeTables(tables, HeadersOf(samples_, plan_, streams)));
+        WriteList(tables_, FourCc{"pdta"}, MakeTables(tables, HeadersOf(samples_, plan_, streams), major));
     }
 
     bool Fits() const noexcept { return FormBytes() <= std::numeric_limits<std::uint32_t>::max(); }
@@ -335,6 +371,8 @@ struct Coding {
 Coding CodingOf(const SampleList& list, const FormatChoice& choice)
 {
     const std::uint32_t formats = choice.caps & kDataFormatMask;
+    if (choice.variant == kSoundFont1)
+        return {};
     if (choice.variant == kSoundFont3)
         return {formats != FormatBit(DataFormat::Pcm24), formats == FormatBit(DataFormat::Pcm24)};
     std::vector<const Waveform*> waves;
@@ -385,11 +423,11 @@ void NoteWidths(Host& host, const SampleList& list, const Streams& streams, bool
 }
 
 /// @return false if the tables are too small
-bool Pack(const std::vector<OutPreset>& presets, const SampleList& samples, TablePacker& packer,
-          ConversionNotes* notes)
+bool Pack(const std::vector<OutPreset>& presets, const SampleList& samples, unsigned major,
+          TablePacker& packer, ConversionNotes* notes)
 {
     for (const OutPreset& preset : presets) {
-        std::vector<OutLayer> layers = LayersOf(*preset.instrument, samples);
+        std::vector<OutLayer> layers = LayersOf(*preset.instrument, samples, major);
         if (notes != nullptr)
             NotePreset(*notes, preset, layers, samples);
         if (!packer.IsFull())
@@ -400,25 +438,26 @@ bool Pack(const std::vector<OutPreset>& presets, const SampleList& samples, Tabl
 
 /// All tables, null with the Last error text if they do not fit. A layer is a zone of its preset unless the
 /// tables are too small for that.
-std::unique_ptr<TablePacker> PackTables(const ExportSet& set, const SampleList& samples, const Item& root)
+std::unique_ptr<TablePacker> PackTables(const ExportSet& set, const SampleList& samples, const Item& root,
+                                        unsigned major)
 {
     if (samples.samples.size() > kMaxSamples) {
-        Fail(kTooManyValues);
+        FailFull(major);
         return nullptr;
     }
     ConversionNotes notes(root.Owner().GetHost());
     const std::vector<OutPreset> presets = ListPresets(set);
-    NoteSamples(notes, samples, set);
+    NoteSamples(notes, samples, set, major);
     NoteRest(notes, root, set, presets);
     if (root.Kind() == ItemKind::Collection)
         NoteTexts(notes, static_cast<const TextItem&>(root));
-    auto packer = std::make_unique<TablePacker>(DivideLayers::No);
-    if (Pack(presets, samples, *packer, notes.IsWanted() ? &notes : nullptr))
+    auto packer = std::make_unique<TablePacker>(DivideLayers::No, major);
+    if (Pack(presets, samples, major, *packer, notes.IsWanted() ? &notes : nullptr))
         return packer;
-    packer = std::make_unique<TablePacker>(DivideLayers::Yes);
-    if (Pack(presets, samples, *packer, nullptr))
+    packer = std::make_unique<TablePacker>(DivideLayers::Yes, major);
+    if (Pack(presets, samples, major, *packer, nullptr))
         return packer;
-    Fail(kTooManyValues);
+    FailFull(major);
     return nullptr;
 }
 
@@ -427,12 +466,14 @@ std::unique_ptr<TablePacker> PackTables(const ExportSet& set, const SampleList& 
 
 bool WriteSoundFont(Item& root, FileObject& file, FormatChoice& choice)
 {
-    if (choice.variant == kSoundFont1)
-        return Fail(u"SoundFont v1 banks can not be written");
+    const bool version1 = choice.variant == kSoundFont1;
     ExportSet set;
     set.Fill(root, IncludeWaves::Yes);
     const sf2::SampleList samples = sf2::ListSamples(set);
-    const std::unique_ptr<sf2::TablePacker> packer = sf2::PackTables(set, samples, root);
+    if (version1 && samples.samples.empty())
+        return Fail(u"A SoundFont v1 bank needs at least one waveform");
+    const std::unique_ptr<sf2::TablePacker> packer =
+        sf2::PackTables(set, samples, root, version1 ? sf2::kVersion1 : 2);
     if (packer == nullptr)
         return false;
     Host& host = root.Owner().GetHost();
@@ -446,7 +487,7 @@ bool WriteSoundFont(Item& root, FileObject& file, FormatChoice& choice)
                              : static_cast<const Item&>(root.Owner());
     sf2::NoteWidths(host, samples, streams, coding.is24);
     sf2::BankWriter bank(static_cast<const TextItem&>(titled), samples, packer->Tables(), streams,
-                         coding.is24);
+                         coding.is24, version1);
     if (!bank.Fits())
         return Fail(u"The samples are too long for a SoundFont bank, which can have 4 GB");
     return bank.Write(file, host);

@@ -1,15 +1,14 @@
 #include "formats/soundfont/soundfont_zones.h"
 
+#include "formats/soundfont/soundfont_units1.h"
+
 #include <algorithm>
-#include <cmath>
 
 namespace vimbo::sf2 {
 namespace {
 
 /// Frames of a coarse offset's step.
 constexpr std::int32_t kCoarseFrames = 32768;
-/// Cents of the key that plays the sample unshifted; version 1 only.
-constexpr unsigned kGenSamplePitch = 55;
 /// Stands for nothing; ends the lists of some banks.
 constexpr unsigned kGenEnd = 60;
 constexpr int kMiddleC = 60;
@@ -183,10 +182,6 @@ Pitch PitchOf(int cents) noexcept
     return {key, key * kCentsPerKey - cents};
 }
 
-/// Rates that version 1 has where a bank says nothing.
-constexpr std::int32_t kModLfoFrequency1 = -725;
-constexpr std::int32_t kVibLfoFrequency1 = -15600;
-
 /// Presets fill in what the instrument leaves open. Tuning goes along the scale.
 Zone SumOfVersion1(const BankZone& instrument, const BankZone& preset) noexcept
 {
@@ -207,23 +202,6 @@ Zone SumOfVersion1(const BankZone& instrument, const BankZone& preset) noexcept
     generators[kGenCoarseTune] = 0;
     generators[kGenFineTune] = cents * generators[kGenScaleTuning] / kCentsPerKey;
     return sum;
-}
-
-/// Milliseconds to timecents.
-std::int32_t TimeFromVersion1(std::int32_t milliseconds) noexcept
-{
-    return static_cast<std::int32_t>(std::lround(1200 * std::log2(std::max(milliseconds, 1) / 1000.0)));
-}
-
-std::int32_t RateFromVersion1(std::int32_t amount, std::int32_t ofZero) noexcept
-{
-    return amount <= 0 ? ofZero : static_cast<std::int32_t>(std::lround(1200 * std::log2(amount) - 7925));
-}
-
-/// A volume of 0..127 to centibels of attenuation.
-std::int32_t AttenuationFromVersion1(std::int32_t volume) noexcept
-{
-    return volume <= 0 ? 1000 : static_cast<std::int32_t>(std::lround(-200 * std::log10(volume / 127.0)));
 }
 
 } // namespace
@@ -252,64 +230,6 @@ int RootKeyOf(const BankZone& instrument, int originalPitch, unsigned major) noe
     if (sample.rootKey >= 0)
         key += sample.rootKey - kMiddleC;
     return std::clamp(key, 0, 127);
-}
-
-// Units of version 1, as drivers for the AWE32 convert them: the hardware's own steps.
-std::int32_t FromVersion1(unsigned generator, std::int32_t amount) noexcept
-{
-    switch (generator) {
-    case kGenCutoff:
-        return amount >= 127 ? 14400 : 59 * amount + 4366;
-    case kGenResonance:
-        return amount * 3 / 2;
-    case kGenChorusSend:
-    case kGenReverbSend:
-        return amount * 1000 / 256;
-    case kGenPan:
-        return amount * 1000 / 127 - 500;
-    case kGenAttenuation:
-        return AttenuationFromVersion1(amount);
-    case kGenScaleTuning:
-        return amount != 0 ? 50 : 100;
-    case kGenModLfoDelay:
-    case kGenVibLfoDelay:
-    case kGenModEnvDelay:
-    case kGenModEnvAttack:
-    case kGenModEnvHold:
-    case kGenModEnvDecay:
-    case kGenModEnvRelease:
-    case kGenVolEnvDelay:
-    case kGenVolEnvAttack:
-    case kGenVolEnvHold:
-    case kGenVolEnvDecay:
-    case kGenVolEnvRelease:
-        return TimeFromVersion1(amount);
-    case kGenKeyToModEnvHold:
-    case kGenKeyToModEnvDecay:
-    case kGenKeyToVolEnvHold:
-    case kGenKeyToVolEnvDecay:
-        return amount * 111 / 20;
-    case kGenModLfoFrequency:
-        return RateFromVersion1(amount, kModLfoFrequency1);
-    case kGenVibLfoFrequency:
-        return RateFromVersion1(amount, kVibLfoFrequency1);
-    case kGenModLfoToPitch:
-    case kGenVibLfoToPitch:
-    case kGenModEnvToPitch:
-        return amount * 75 / 8;
-    case kGenModLfoToCutoff:
-        return amount * 225 / 4;
-    case kGenModEnvToCutoff:
-        return amount * 225 / 2;
-    case kGenModLfoToVolume:
-        return amount * 15 / 8;
-    case kGenModEnvSustain:
-        return amount < 96 ? 1000 * (96 - amount) / 96 : 0;
-    case kGenVolEnvSustain:
-        return amount < 96 ? (2000 - 21 * amount) / 2 : 0;
-    default:
-        return amount;
-    }
 }
 
 } // namespace vimbo::sf2

@@ -53,7 +53,4 @@ Zone SumOf(const BankZone& instrument, const BankZone& preset, unsigned major);
 /// The key at which the zone plays a sample of this original pitch unshifted.
 int RootKeyOf(const BankZone& instrument, int originalPitch, unsigned major) noexcept;
 
-/// Amounts of version 1 in the units of version 2.
-std::int32_t FromVersion1(unsigned generator, std::int32_t amount) noexcept;
-
 } // namespace vimbo::sf2

@@ -2,6 +2,7 @@
 #include "base/text.h"
 #include "formats/soundfont/soundfont.h"
 #include "formats/soundfont/soundfont_tables.h"
+#include "formats/soundfont/soundfont_units1.h"
 #include "model/consistency.h"
 #include "model/envelope.h"
 #include "model/fix_up.h"
@@ -19,6 +20,7 @@ namespace {
 constexpr std::uint32_t kPcm16 = FormatBit(DataFormat::Pcm16), kPcm24 = FormatBit(DataFormat::Pcm24),
                         kCompressed = FormatBit(DataFormat::Compressed);
 constexpr std::uint32_t kAuto = kPcm16 | kPcm24 | kCapsMono | kCapsDualMono;
+constexpr FormatChoice kVersion1Choice{kPcm16 | kCapsMono, kSoundFont1, 0};
 
 /// A waveform whose samples are codes of `bits` bits.
 Waveform& AddWave(Collection& items, std::u16string_view name, std::uint32_t frames, unsigned channels = 1,
@@ -62,12 +64,12 @@ Written Write(Item& root, FormatChoice choice = {kAuto, kSoundFont2, 0})
 }
 
 /// What a file holds, as a user gets it.
-void Load(Collection& out, const Written& written)
+void Load(Collection& out, const Written& written, std::uint32_t variant = kSoundFont2)
 {
     MemoryFile file(written.bytes);
     out.SetName(u"loaded");
     out.loading = true;
-    ASSERT_TRUE(ReadSoundFont(out, file, kSoundFont2));
+    ASSERT_TRUE(ReadSoundFont(out, file, variant));
     out.loading = false;
     for (Waveform& wave : out.All<Waveform>()) {
         ASSERT_TRUE(file.Seek(wave.sourceOffset));
@@ -399,6 +401,12 @@ TEST(SoundFontWrite, TooManyValuesAreRefusedUnlessZonesCanShareThem)
         const Written written = Write(items);
         ASSERT_EQ(written.good, alike);
         if (!alike) {
+            const Written first = Write(items, kVersion1Choice);
+            EXPECT_FALSE(first.good);
+            EXPECT_TRUE(first.bytes.empty());
+            EXPECT_EQ(LastError(), u"Save failed - Too many 'parameter' values!\nThe SBK format can handle a "
+                                   u"maximum of 65536 parameter values...\n");
+            Write(items);
             EXPECT_TRUE(written.bytes.empty());
             EXPECT_TRUE(LastError().starts_with(u"Save failed - Too much data!\n\nThe SF2 file format is"));
             continue;
@@ -423,6 +431,107 @@ public:
     std::vector<std::u16string> lost;
 };
 
+TEST(SoundFontWrite, Version1SpeltOut)
+{
+    Collection items;
+    Waveform& wave = AddWave(items, u"Wv", 4);
+    wave.rateHz = 22050;
+    wave.rootKey = 50;
+    Region& region = AddInstrument(items, u"In", 5).AddLayer(u"La").AddRegion(wave.Handle(), {0, 59});
+    region.articulation.Set(kArtPan, 1);
+    region.articulation.Set(kArtTuning, -1.25f);
+    const Written written = Write(items, kVersion1Choice);
+    ASSERT_TRUE(written.good);
+    const std::string_view text(reinterpret_cast<const char*>(written.bytes.data()), written.bytes.size());
+    const auto part = [&](std::string_view mark) {
+        const std::size_t at = text.find(mark);
+        return at != text.npos ? text.substr(at) : std::string_view();
+    };
+    EXPECT_TRUE(part("ifil").starts_with({"ifil\4\0\0\0\1\0\0\0isng\10\0\0\0EMU8000\0", 28}));
+    std::string names("snam\50\0\0\0Wv", 10);
+    names += std::string(18, '\0') + "EOS" + std::string(17, '\0');
+    EXPECT_TRUE(part("snam").starts_with(names + std::string("smpl\144\0\0\0", 8))); // 4 + 46 frames
+    EXPECT_TRUE(part("phdr").starts_with({"phdr\114\0\0\0In\0", 11}));
+    EXPECT_TRUE(part("pbag").starts_with({"pbag\10\0\0\0\0\0\0\0\1\0\0\0pmod\12\0\0\0", 24}));
+    EXPECT_TRUE(part("pgen").starts_with({"pgen\10\0\0\0\51\0\0\0\0\0\0\0inst", 20}));
+    // Keys, pan of 127, LFOs of 8 Hz, semitone and cents, key 62: an octave above 50 at twice the rate.
+    EXPECT_TRUE(part("igen").starts_with({"igen\44\0\0\0\53\0\0\73\21\0\177\0\26\0\141\0\30\0\141\0"
+                                          "\63\0\377\377\64\0\347\377\67\0\70\30\65\0\0\0\0\0\0\0",
+                                          44}));
+    EXPECT_EQ(part("shdr"), std::string_view("shdr\40\0\0\0\0\0\0\0\4\0\0\0\0\0\0\0\0\0\0\0"
+                                             "\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0",
+                                             40));
+    Collection empty;
+    EXPECT_FALSE(Write(empty, kVersion1Choice).good);
+    EXPECT_EQ(LastError(), u"A SoundFont v1 bank needs at least one waveform");
+}
+
+TEST(SoundFontWrite, Version1AmountsStandForTheNearestValue)
+{
+    for (unsigned i = 0; i < kGenerators; ++i)
+        for (const int amount : {1, 2, 50, 95, 96, 126, 127}) {
+            const std::int32_t value = FromVersion1(i, amount);
+            EXPECT_EQ(FromVersion1(i, ToVersion1(i, value)), value) << i << " " << amount;
+        }
+    EXPECT_EQ(ToVersion1(kGenVolEnvAttack, -1200), 500);
+    EXPECT_EQ(ToVersion1(kGenVolEnvRelease, 8000), 32758) << "the first of the highest value";
+    EXPECT_EQ(ToVersion1(kGenAttenuation, -50), 127);
+    EXPECT_EQ(ToVersion1(kGenAttenuation, 60), 64);
+    EXPECT_EQ(ToVersion1(kGenVolEnvSustain, 500), 48) << "496, not 506.5";
+    EXPECT_EQ(ToVersion1(kGenModLfoToPitch, -15), -2);
+    EXPECT_EQ(ToVersion1(kGenVibLfoFrequency, 4500), 255);
+    Zone closing = DefaultZone();
+    closing.generators[kGenCutoff] = 13498;
+    EXPECT_EQ(HeldByVersion1(closing).generators[kGenCutoff], 14400);
+    closing.generators[kGenModEnvToCutoff] = -2400;
+    EXPECT_EQ(HeldByVersion1(closing).generators[kGenCutoff], 11800) << "none would lose the envelope";
+}
+
+TEST(SoundFontWrite, Version1SoundsTheSameAndIsWrittenTheSame)
+{
+    Collection items;
+    Waveform& wave = AddWave(items, u"Mono", 300);
+    wave.rateHz = 32000;
+    wave.fineTune = 20;
+    wave.volume = -2;
+    wave.loop.type = LoopType::Forward;
+    wave.loop.start = 40;
+    wave.loop.end = 290;
+    Waveform& stereo = AddWave(items, u"Wide", 200, 2);
+    Layer& layer = AddInstrument(items, u"I", 3).AddLayer(u"La");
+    constexpr std::array<float, 3> kTracking{1, 0.5f, 0};
+    for (std::uint8_t i = 0; i < 3; ++i) {
+        Region& region = layer.AddRegion(wave.Handle(), {i, i});
+        region.articulation.Set(kArtKeyToPitch, kTracking[i]);
+        region.articulation.Set(kArtFilterType, static_cast<float>(FilterType::LowPass12));
+        region.articulation.Set(kArtCutoff, 2000);
+        region.articulation.Set(kArtVelToCutoff, 12);
+        region.articulation.Set(kArtEnvelopes + kEnvelopeParams * 1 + kEnvSustain, 0.9f);
+        region.articulation.Set(kArtEnvelopes + kEnvelopeParams * 1 + kEnvDecay2Time, 1);
+    }
+    layer.AddRegion(stereo.Handle(), {60, 90});
+    FixUpItems(items, kPruneAll, AfterLoad::No);
+    const Written one = Write(items, kVersion1Choice);
+    ASSERT_TRUE(one.good);
+    Collection again;
+    Load(again, one, kSoundFont1);
+    const auto regions = again.List<Instrument>().at(0)->Layers().at(0)->Regions();
+    ASSERT_EQ(regions.size(), 4u);
+    const double wanted = 12 * std::log2(32000.0 / 44100) + 0.2; // of key 60 at root key 60
+    for (std::size_t i = 0; i < 3; ++i) {
+        const ArticulationBlock& block = regions[i]->articulation;
+        EXPECT_EQ(block[kArtKeyToPitch], kTracking[i]);
+        const double sounding =
+            block[kArtTuning] + (60 - regions[i]->EffectiveRootKey()) * double{kTracking[i]};
+        EXPECT_NEAR(sounding, wanted, 0.01) << i;
+        EXPECT_NEAR(block[kArtCutoff], 2000, 40) << "at the middle velocity, as the file has no other";
+        EXPECT_NEAR(block[kArtVolume], -2, 0.06);
+        EXPECT_EQ(GetEffectiveLoop(*regions[i]).start, 40);
+    }
+    EXPECT_EQ(regions[3]->Wave()->channels, 2);
+    EXPECT_TRUE(Write(again, kVersion1Choice).bytes == one.bytes);
+}
+
 TEST(SoundFontWrite, LossesAreTold)
 {
     NotingHost host;
@@ -444,6 +553,13 @@ TEST(SoundFontWrite, LossesAreTold)
         EXPECT_EQ(std::ranges::count(host.lost, what), 1) << WideToUtf8(std::u16string(what));
     for (const ParamId id : {kParamDelay, kParamLoopType})
         EXPECT_EQ(std::ranges::count(host.lost, AnyParamRow(id).name), 1) << id;
+    host.lost.clear();
+    wave.rateHz = 22050;
+    region.articulation.Set(kArtVelToVolume, 48);
+    ASSERT_TRUE(Write(items, kVersion1Choice).good);
+    for (const ParamId id : {kParamWaveRate, kArtVelToVolume})
+        EXPECT_EQ(std::ranges::count(host.lost, AnyParamRow(id).name), 1) << id;
+    EXPECT_EQ(std::ranges::count(host.lost, AnyParamRow(kArtTuning).name), 0);
 }
 
 } // namespace
