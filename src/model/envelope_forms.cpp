@@ -312,6 +312,13 @@ void Store(const SixStages& six, Envelope& envelope) noexcept
     envelope.shutdownRate = shutdownRate;
 }
 
+/// Levels as FromDahdsr makes them. A decay that has no way to go is none of its stages.
+bool HasSixStages(const Envelope& e) noexcept
+{
+    return e.initialLevel == 0 && e.attack1.level == 0 && e.attack2.level == 1 && e.decay1.level == 1 &&
+           e.release1Level == 0 && (e.decay2.level < 1 || e.decay2.seconds <= 0);
+}
+
 } // namespace
 
 Envelope FromDahdsr(const DahdsrEnvelope& from) noexcept
@@ -333,7 +340,16 @@ Envelope FromDahdsr(const DahdsrEnvelope& from) noexcept
 
 DahdsrEnvelope ToDahdsr(const Envelope& envelope, bool isVolume) noexcept
 {
-    return Finished(FitSixStages(envelope, isVolume));
+    DahdsrEnvelope six = Finished(FitSixStages(envelope, isVolume));
+    if (!HasSixStages(envelope))
+        return six;
+    // Taken as they stand: a fit could lose a stage of a millisecond beside a long one.
+    const float fall = 1 - six.sustain;
+    six.delay = envelope.attack1.seconds;
+    six.attack = envelope.attack2.seconds;
+    six.hold = envelope.decay1.seconds;
+    six.decay = fall > 0 ? envelope.decay2.seconds / fall : 0;
+    return six;
 }
 
 DahdsrEnvelope ToAhdsr(const Envelope& envelope, bool isVolume) noexcept

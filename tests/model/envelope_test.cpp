@@ -402,5 +402,17 @@ TEST(Envelope, EverythingStaysFiniteAndInsideForAnyInput)
     }
 }
 
+TEST(EnvelopeForms, AMillisecondBesideALongStageStays)
+{
+    const DahdsrEnvelope six{.delay = 0.127f, .attack = 0.001f, .hold = 0.001f, .decay = 10, .sustain = 0.5f};
+    for (const bool isVolume : {false, true}) {
+        const DahdsrEnvelope back = ToDahdsr(FromDahdsr(six), isVolume);
+        EXPECT_EQ(back.delay, six.delay);
+        EXPECT_EQ(back.attack, six.attack);
+        EXPECT_EQ(back.hold, six.hold);
+        EXPECT_FLOAT_EQ(back.decay, six.decay);
+    }
+}
+
 } // namespace
 } // namespace vimbo

@@ -206,27 +206,10 @@ DahdsrEnvelope ReadEnvelope(const ConnectionTable& table, const EnvelopeEnds& en
     return out;
 }
 
-/// Envelopes of six stages are taken as they are: a fit could lose a stage of a millisecond beside a long
-/// one.
-DahdsrEnvelope SixStagesOf(const Envelope& e, bool isVolume) noexcept
-{
-    DahdsrEnvelope six = ToDahdsr(e, isVolume);
-    const bool isSame = e.initialLevel == 0 && e.attack1.level == 0 && e.attack2.level == 1 &&
-                        e.decay1.level == 1 && e.release1Level == 0;
-    const float fall = 1 - six.sustain;
-    if (!isSame || (fall <= 0 && e.decay2.seconds > 0))
-        return six;
-    six.delay = e.attack1.seconds;
-    six.attack = e.attack2.seconds;
-    six.hold = e.decay1.seconds;
-    six.decay = fall > 0 ? e.decay2.seconds / fall : 0;
-    return six;
-}
-
 DahdsrEnvelope StagesOf(const Envelope& envelope, bool isVolume, std::uint32_t level) noexcept
 {
     constexpr float kNeverReleased = 100; // the longest time of the parameters
-    const DahdsrEnvelope six = SixStagesOf(envelope, isVolume);
+    const DahdsrEnvelope six = ToDahdsr(envelope, isVolume);
     DahdsrEnvelope stages =
         level >= kDlsLevel2 || (six.delay == 0 && six.hold == 0) ? six : ToAdsr(envelope, isVolume);
     if (stages.releaseMode == ReleaseMode::NoRelease)

@@ -159,26 +159,9 @@ int WriteDecay(const DahdsrEnvelope& envelope, const EnvelopeSource& source, int
                       });
 }
 
-/// Envelopes of six stages are taken as they are: a fit could lose a stage of a millisecond beside a long
-/// one.
-DahdsrEnvelope SixStagesOf(const Envelope& e, bool isVolume) noexcept
-{
-    DahdsrEnvelope six = ToDahdsr(e, isVolume);
-    const bool isSame = e.initialLevel == 0 && e.attack1.level == 0 && e.attack2.level == 1 &&
-                        e.decay1.level == 1 && e.release1Level == 0;
-    const float fall = 1 - six.sustain;
-    if (!isSame || (fall <= 0 && e.decay2.seconds > 0))
-        return six;
-    six.delay = e.attack1.seconds;
-    six.attack = e.attack2.seconds;
-    six.hold = e.decay1.seconds;
-    six.decay = fall > 0 ? e.decay2.seconds / fall : 0;
-    return six;
-}
-
 void WriteEnvelope(const Envelope& envelope, const EnvelopeSource& source, Zone& out) noexcept
 {
-    const DahdsrEnvelope six = SixStagesOf(envelope, source.index == EnvelopeIndex::Volume);
+    const DahdsrEnvelope six = ToDahdsr(envelope, source.index == EnvelopeIndex::Volume);
     for (const Stage& stage : kStages) {
         const std::size_t generator = source.generators + stage.generator;
         out.generators[generator] =
