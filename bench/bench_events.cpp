@@ -1,5 +1,7 @@
-// The walk over a track's events beside reading the same bytes without looking at them. Ten million events,
-// so that the block does not fit into a cache; items per second are events.
+// The walk over a track's events beside two reads of the same bytes, one that does not look at them and one
+// that does, and beside the walk in its plain form. Ten million events, so that the block does not fit into a
+// cache; items per second are events.
+#include "../tests/model/plain_walk.h"
 #include "model/track_builder.h"
 
 #include <benchmark/benchmark.h>
@@ -16,16 +18,24 @@ using namespace vimbo;
 
 constexpr std::int64_t kEvents = 10'000'000;
 
-/// Keeps the status of channel events out of running status: note-offs are events of their own, and channels
-/// alternate.
-enum class Running : bool { No, Yes };
+/// What is in the block.
+enum class Tune {
+    Random,     ///< waits and kinds of events by chance, so that no processor foresees their lengths
+    FullStatus, ///< the same, but channels alternate: each event has its status byte
+    Bars,       ///< a piece in sixteenths: a drum and a bass pattern, some melody by chance
+};
+
+unsigned Below(std::mt19937& random, unsigned limit)
+{
+    return static_cast<unsigned>(random() % limit); // the same everywhere
+}
 
 /// Notes, controllers, bends, program changes and lyrics as in a piece of music: chords, then short waits and
 /// waits of two bytes.
-std::vector<std::byte> MakeBlock(Running running)
+std::vector<std::byte> MakeRandom(bool hasFullStatus)
 {
-    std::mt19937 random(1); // its sequence is the same everywhere
-    const auto below = [&random](unsigned limit) { return static_cast<std::uint8_t>(random() % limit); };
+    std::mt19937 random(1);
+    const auto below = [&](unsigned limit) { return static_cast<std::uint8_t>(Below(random, limit)); };
     constexpr std::byte kLyric[] = {std::byte{'l'}, std::byte{'a'}, std::byte{'-'}};
     TrackBuilder builder;
     std::uint64_t time = 0;
@@ -33,7 +43,7 @@ std::vector<std::byte> MakeBlock(Running running)
         const unsigned wait = below(100);
         time += wait < 35 ? 0 : wait < 60 ? 1 + random() % 120 : 128 + random() % 900;
         builder.SetTime(time);
-        if (running == Running::No)
+        if (hasFullStatus)
             builder.SetChannel(static_cast<std::uint8_t>(i & 1));
         const unsigned kind = below(100);
         if (kind < 86)
@@ -50,16 +60,42 @@ std::vector<std::byte> MakeBlock(Running running)
     return {builder.Data().begin(), builder.Data().end()};
 }
 
-const std::vector<std::byte>& Block(Running running)
+/// Notes of one channel on a grid of 120 ticks, each 100 ticks long.
+std::vector<std::byte> MakeBars()
 {
-    static const std::vector<std::byte> kWithout = MakeBlock(Running::No), kWith = MakeBlock(Running::Yes);
-    return running == Running::Yes ? kWith : kWithout;
+    constexpr unsigned kStepTicks = 120, kNoteTicks = 100;
+    constexpr std::uint16_t kHits[] = {0x1111, 0x1010, 0x5555, 0x0492}; // kick, snare, hat, bass: bit = step
+    constexpr std::uint16_t kMelody = 0x4949; // steps at which one of two notes is by chance
+    std::mt19937 random(1);
+    TrackBuilder builder;
+    std::int64_t events = 0;
+    for (std::uint64_t step = 0; events < kEvents; ++step) {
+        std::vector<std::uint8_t> keys;
+        for (std::size_t i = 0; i < std::size(kHits); ++i)
+            if ((kHits[i] >> step % 16 & 1) != 0)
+                keys.push_back(static_cast<std::uint8_t>(36 + 2 * i));
+        if ((kMelody >> step % 16 & 1) != 0 && Below(random, 2) == 0)
+            keys.push_back(static_cast<std::uint8_t>(60 + Below(random, 12)));
+        for (const bool isOn : {true, false}) {
+            builder.SetTime(step * kStepTicks + (isOn ? 0 : kNoteTicks));
+            for (std::size_t i = 0; i < keys.size() && events < kEvents; ++i, ++events)
+                builder.PutChannel(kNoteOn, keys[i],
+                                   static_cast<std::uint8_t>(isOn ? 64 + Below(random, 64) : 0));
+        }
+    }
+    return {builder.Data().begin(), builder.Data().end()};
+}
+
+const std::vector<std::byte>& Block(Tune tune)
+{
+    static const std::vector<std::byte> kBlocks[] = {MakeRandom(false), MakeRandom(true), MakeBars()};
+    return kBlocks[static_cast<std::size_t>(tune)];
 }
 
 template <class Read>
-void Measure(benchmark::State& state, Running running, Read read)
+void Measure(benchmark::State& state, Tune tune, Read read)
 {
-    const std::vector<std::byte>& block = Block(running);
+    const std::vector<std::byte>& block = Block(tune);
     for (auto _ : state)
         benchmark::DoNotOptimize(read(block));
     state.SetItemsProcessed(kEvents * state.iterations());
@@ -78,9 +114,22 @@ std::uint64_t Sum(const std::vector<std::byte>& block)
     return sum;
 }
 
+/// A jump on every byte, the least that a reader does who takes bytes as they come.
+std::uint64_t CountHighBytes(const std::vector<std::byte>& block)
+{
+    std::uint64_t high = 0;
+    for (const std::byte byte : block)
+        if (std::to_integer<std::uint8_t>(byte) >= 0x80) {
+            ++high;
+            benchmark::DoNotOptimize(high); // no arithmetic in place of the jump
+        }
+    return high;
+}
+
+template <class AnyWalk>
 std::uint64_t Count(const std::vector<std::byte>& block)
 {
-    EventWalk walk(block);
+    AnyWalk walk(block);
     TrackEvent event;
     std::uint64_t count = 0;
     while (walk.Next(event))
@@ -90,10 +139,31 @@ std::uint64_t Count(const std::vector<std::byte>& block)
     return count;
 }
 
-/// Uses every field, as a player does.
-std::uint64_t Walk(const std::vector<std::byte>& block)
+std::uint64_t CountNotes(const std::vector<std::byte>& block)
 {
     EventWalk walk(block);
+    TrackEvent event;
+    std::uint64_t notes = 0;
+    while (walk.Next(event))
+        notes += event.StartsNote();
+    return notes;
+}
+
+std::uint64_t LastTick(const std::vector<std::byte>& block)
+{
+    EventWalk walk(block);
+    TrackEvent event;
+    std::uint64_t last = 0;
+    while (walk.Next(event))
+        last = event.time;
+    return last;
+}
+
+/// Uses every field, as a player does.
+template <class AnyWalk>
+std::uint64_t Walk(const std::vector<std::byte>& block)
+{
+    AnyWalk walk(block);
     TrackEvent event;
     std::uint64_t mixed = 0;
     while (walk.Next(event))
@@ -116,16 +186,25 @@ std::uint64_t Rebuild(const std::vector<std::byte>& block)
 
 int main(int argc, char** argv)
 {
-    for (const Running running : {Running::Yes, Running::No}) {
-        const std::string suffix = running == Running::Yes ? "/running_status" : "/full_status";
-        const auto add = [&](const char* name, auto read) {
-            benchmark::RegisterBenchmark((name + suffix).c_str(), [running, read](benchmark::State& state) {
-                Measure(state, running, read);
+    constexpr struct {
+        Tune tune;
+        const char* suffix;
+    } kTunes[] = {
+        {Tune::Random, "/random"}, {Tune::FullStatus, "/random_full_status"}, {Tune::Bars, "/bars"}};
+    for (const auto& [tune, suffix] : kTunes) {
+        const auto add = [tune = tune, suffix = suffix](const std::string& name, auto read) {
+            benchmark::RegisterBenchmark((name + suffix).c_str(), [tune, read](benchmark::State& state) {
+                Measure(state, tune, read);
             })->Unit(benchmark::kMillisecond);
         };
         add("memory_read", Sum);
-        add("count", Count);
-        add("walk", Walk);
+        add("jump_per_byte", CountHighBytes);
+        add("plain_count", Count<PlainWalk>);
+        add("plain_walk", Walk<PlainWalk>);
+        add("count", Count<EventWalk>);
+        add("count_notes", CountNotes);
+        add("last_tick", LastTick);
+        add("walk", Walk<EventWalk>);
         add("rebuild", Rebuild);
     }
     benchmark::Initialize(&argc, argv);

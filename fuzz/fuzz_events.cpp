@@ -1,5 +1,6 @@
-// Track blocks of any bytes: the walk stays inside, agrees with the track's count, does not depend on what
-// follows an event, and gives the same events again after a builder has rewritten them.
+// Track blocks of any bytes: the walk stays inside, agrees with a plain one and with the track's count, does
+// not depend on what follows an event, and gives the same events again after a builder has rewritten them.
+#include "../tests/model/plain_walk.h"
 #include "model/collection.h"
 #include "model/song.h"
 #include "model/song_analysis.h"
@@ -20,10 +21,11 @@ void Require(bool condition)
         std::abort();
 }
 
+template <class AnyWalk = EventWalk>
 std::vector<TrackEvent> Events(std::span<const std::byte> block, WalkEnd end = WalkEnd::Block)
 {
     std::vector<TrackEvent> events;
-    EventWalk walk(block, end);
+    AnyWalk walk(block, end);
     TrackEvent event;
     while (walk.Next(event))
         events.push_back(event);
@@ -47,6 +49,17 @@ void CheckFields(std::span<const std::byte> block, const std::vector<TrackEvent>
         Require(event.payload.empty() ||
                 (event.payload.data() >= block.data() &&
                  event.payload.data() + event.payload.size() <= block.data() + block.size()));
+    }
+}
+
+void CheckAgainstPlain(std::span<const std::byte> block)
+{
+    for (const WalkEnd end : {WalkEnd::Block, WalkEnd::EndOfTrack}) {
+        const std::vector<TrackEvent> events = Events(block, end), plain = Events<PlainWalk>(block, end);
+        Require(std::ranges::equal(events, plain, [](const TrackEvent& a, const TrackEvent& b) {
+            return AreSame(a, b) && a.delta == b.delta &&
+                   (a.payload.empty() || a.payload.data() == b.payload.data());
+        }));
     }
 }
 
@@ -108,6 +121,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::span<const std::byte> block = std::as_bytes(std::span(data, size));
     const std::vector<TrackEvent> events = Events(block);
     CheckFields(block, events);
+    CheckAgainstPlain(block);
     CheckLonger(block, events);
     CheckRebuilt(events);
     CheckAnalysis(block, events.size());
