@@ -128,11 +128,15 @@ public:
 
     [[nodiscard]] bool Create(std::u16string_view path);
     FileObject& File() noexcept { return file_; }
+    /// Ends the writing without taking the earlier file's place yet: bytes that are to replace others reach
+    /// the disk, and the file is closed. False, with the new content gone, if the system refuses that.
+    [[nodiscard]] bool Seal();
     /// Makes the new content the file at the path. An earlier file is replaced only after the new bytes have
     /// reached the disk, and its permission bits are kept.
     [[nodiscard]] bool Commit();
 
 private:
+    friend class GuardedFileSet;
     bool CreateBeside(const std::u16string& path);
     void Discard() noexcept;
 
@@ -140,6 +144,19 @@ private:
     int descriptor_ = -1;
     std::string target_;
     std::string temporary_;
+};
+
+/// Guarded files that take their places together. As long as Commit was not called, and if it fails, every
+/// earlier file is what it was, and nothing new lies beside it.
+class GuardedFileSet {
+public:
+    /// Seals the file and keeps it. @return false as Seal
+    [[nodiscard]] bool Take(std::unique_ptr<GuardedFile> file);
+    /// Puts all files into their places, in the order of Take, and forgets them.
+    [[nodiscard]] bool Commit();
+
+private:
+    std::vector<std::unique_ptr<GuardedFile>> files_;
 };
 
 } // namespace vimbo

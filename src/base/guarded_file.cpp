@@ -133,10 +133,10 @@ bool GuardedFile::CreateBeside(const std::u16string& path)
     return false;
 }
 
-bool GuardedFile::Commit()
+bool GuardedFile::Seal()
 {
     if (descriptor_ < 0)
-        return false;
+        return !temporary_.empty();
     file_.Close();
     struct stat earlier = {};
     const bool replaces = ::lstat(target_.c_str(), &earlier) == 0;
@@ -144,14 +144,107 @@ bool GuardedFile::Commit()
     // Network file systems tell a full disk only here.
     whole = ::close(descriptor_) == 0 && whole;
     descriptor_ = -1;
-    whole = whole && std::rename(temporary_.c_str(), target_.c_str()) == 0;
-    if (whole) {
+    if (!whole)
+        Discard();
+    return whole;
+}
+
+bool GuardedFile::Commit()
+{
+    if (!Seal())
+        return false;
+    struct stat earlier = {};
+    const bool replaces = ::lstat(target_.c_str(), &earlier) == 0;
+    const bool isPlaced = std::rename(temporary_.c_str(), target_.c_str()) == 0;
+    if (isPlaced) {
         temporary_.clear();
         if (replaces)
             SyncFolder(FolderOf(target_));
     }
     Discard();
-    return whole;
+    return isPlaced;
+}
+
+namespace {
+
+/// Files that new ones replace, kept under hidden names until all are in their places.
+class Earlier {
+public:
+    Earlier() = default;
+    Earlier(const Earlier&) = delete;
+    Earlier& operator=(const Earlier&) = delete;
+    /// Without Forget, every place gets back what it held.
+    ~Earlier()
+    {
+        for (std::size_t i = places_.size(); i-- > 0;) {
+            const Place& place = places_[i];
+            if (place.kept.empty()) {
+                ::unlink(place.path.c_str());
+                continue;
+            }
+            static_cast<void>(std::rename(place.kept.c_str(), place.path.c_str()));
+            ::unlink(place.kept.c_str()); // still there if both names are the same file's
+        }
+    }
+
+    /// Called right before the place gets its new file. False if the earlier file can't be kept.
+    bool Keep(const std::string& path)
+    {
+        struct stat earlier = {};
+        if (::lstat(path.c_str(), &earlier) != 0) {
+            places_.push_back({path, {}});
+            return true;
+        }
+        if (!S_ISREG(earlier.st_mode))
+            return false;
+        std::string kept;
+        const int descriptor = CreateTemporary(FolderOf(path), 0600, kept);
+        if (descriptor < 0)
+            return false;
+        ::close(descriptor);
+        ::unlink(kept.c_str());
+        // A second name leaves the file in its place meanwhile; not every file system has them.
+        if (::link(path.c_str(), kept.c_str()) != 0 && std::rename(path.c_str(), kept.c_str()) != 0)
+            return false;
+        places_.push_back({path, std::move(kept)});
+        return true;
+    }
+
+    void Forget() noexcept
+    {
+        for (const Place& place : places_)
+            if (!place.kept.empty())
+                ::unlink(place.kept.c_str());
+        places_.clear();
+    }
+
+private:
+    struct Place {
+        std::string path;
+        std::string kept; ///< "" if there was no file
+    };
+    std::vector<Place> places_;
+};
+
+} // namespace
+
+bool GuardedFileSet::Take(std::unique_ptr<GuardedFile> file)
+{
+    if (!file->Seal())
+        return false;
+    files_.push_back(std::move(file));
+    return true;
+}
+
+bool GuardedFileSet::Commit()
+{
+    Earlier earlier;
+    for (const std::unique_ptr<GuardedFile>& file : files_)
+        if (!earlier.Keep(file->target_) || !file->Commit())
+            return false;
+    earlier.Forget();
+    files_.clear();
+    return true;
 }
 
 } // namespace vimbo

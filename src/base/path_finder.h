@@ -2,6 +2,7 @@
 #pragma once
 
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -21,8 +22,11 @@ private:
         std::map<std::u16string, std::u16string> names; ///< by folded name; the first in byte order
     };
     const Folder& FolderAt(const std::u16string& path);
+    std::u16string FindIn(const std::u16string& folder, const std::u16string& name, bool mustBeFolder);
+    const std::optional<std::u16string>& FindFolder(const std::u16string& path);
 
     std::unordered_map<std::u16string, Folder> folders_;
+    std::unordered_map<std::u16string, std::optional<std::u16string>> found_; ///< by paths as written
 };
 
 } // namespace vimbo

@@ -19,6 +19,16 @@ constexpr std::uint64_t IdsOfWord(std::size_t word) noexcept
 {
     return word + 1 < kWords ? ~std::uint64_t{0} : kLastWordIds;
 }
+constexpr ArticulationBlock::MarkWords kAllIds{IdsOfWord(0), IdsOfWord(1), IdsOfWord(2)};
+
+ArticulationBlock::MarkWords And(const ArticulationBlock::MarkWords& a,
+                                 const ArticulationBlock::MarkWords& b) noexcept
+{
+    return {a[0] & b[0], a[1] & b[1], a[2] & b[2]};
+}
+
+/// So many values are faster compared one by one, more of them all together.
+constexpr int kFewIds = 20;
 
 /// Calls `visit(first, count)` for each run of set bits of a word of marks; `first` is an id.
 template <class Visit>
@@ -42,12 +52,14 @@ void ForIds(std::uint64_t bits, std::size_t word, Visit visit)
         visit(word * kWordBits + static_cast<std::size_t>(std::countr_zero(bits)));
 }
 
-/// The ids whose values differ. Without branches, so that compilers make vector code of it.
-ArticulationBlock::MarkWords DifferingIds(const SharedValues::Array& a, const SharedValues::Array& b) noexcept
+/// The ids for which `differ(a, b)` holds. Without branches, so that compilers make vector code of it.
+template <class F>
+ArticulationBlock::MarkWords IdsWhere(const SharedValues::Array& a, const SharedValues::Array& b,
+                                      F differ) noexcept
 {
     std::array<std::uint8_t, kWords * kWordBits> flags{};
     for (std::size_t id = 0; id < kArticulationParams; ++id)
-        flags[id] = a[id] != b[id] ? 1 : 0;
+        flags[id] = differ(a[id], b[id]) ? 1 : 0;
     ArticulationBlock::MarkWords ids{};
     for (std::size_t octet = 0; octet < flags.size() / 8; ++octet) {
         std::uint64_t bits = 0;
@@ -57,6 +69,20 @@ ArticulationBlock::MarkWords DifferingIds(const SharedValues::Array& a, const Sh
         ids[octet / 8] |= (bits >> 56) << octet % 8 * 8;
     }
     return ids;
+}
+
+ArticulationBlock::MarkWords DifferingIds(const SharedValues::Array& a, const SharedValues::Array& b) noexcept
+{
+    return IdsWhere(a, b, [](float one, float other) { return one != other; });
+}
+
+/// The same, but a negative zero is no zero, and what is no number equals itself.
+ArticulationBlock::MarkWords DifferingBits(const SharedValues::Array& a,
+                                           const SharedValues::Array& b) noexcept
+{
+    return IdsWhere(a, b, [](float one, float other) {
+        return std::bit_cast<std::uint32_t>(one) != std::bit_cast<std::uint32_t>(other);
+    });
 }
 
 /// Ids that say nothing while there is no filter: 24 to 39.
@@ -96,29 +122,37 @@ void ArticulationBlock::Assign(ParamId id, float value)
 
 bool ArticulationBlock::InheritFrom(const ArticulationBlock& source)
 {
-    if (SharesValues(source))
-        return false;
-    const SharedValues::Array& from = source.values_.Get();
-    bool changed = false;
-    for (std::size_t word = 0; word < kWords && !changed; ++word)
-        ForRuns(~set_[word] & IdsOfWord(word), word, [&](std::size_t first, std::size_t count) {
-            changed = changed || std::memcmp(&values_.Get()[first], &from[first], count * sizeof(float)) != 0;
-        });
-    if ((set_[0] | set_[1] | set_[2]) == 0)
-        values_ = source.values_;
-    else if (changed)
-        Take(from);
+    if (!above_.IsSharedWith(source.values_)) {
+        const MarkWords moved = DifferingBits(above_.Get(), source.values_.Get());
+        for (std::size_t word = 0; word < kWords; ++word)
+            own_[word] |= moved[word];
+        above_ = source.values_;
+    }
+    const bool changed = !SharesValues(source) && TakeUnmarked(source);
+    own_ = SharesValues(source) ? MarkWords{} : And(own_, set_);
     return changed;
 }
 
-/// Copies what is not marked.
-void ArticulationBlock::Take(const SharedValues::Array& from)
+/// Takes from the block above what is not marked. @return true if a value changed
+bool ArticulationBlock::TakeUnmarked(const ArticulationBlock& source)
 {
-    SharedValues::Array& to = values_.Own();
-    for (std::size_t word = 0; word < kWords; ++word)
-        ForRuns(~set_[word] & IdsOfWord(word), word, [&](std::size_t first, std::size_t count) {
-            std::memcpy(&to[first], &from[first], count * sizeof(float));
+    const SharedValues::Array& from = source.values_.Get();
+    MarkWords taken;
+    bool changed = false;
+    for (std::size_t word = 0; word < kWords; ++word) {
+        taken[word] = own_[word] & ~set_[word];
+        ForRuns(taken[word], word, [&](std::size_t first, std::size_t count) {
+            changed = changed || std::memcmp(&values_.Get()[first], &from[first], count * sizeof(float)) != 0;
         });
+    }
+    if ((set_[0] | set_[1] | set_[2]) == 0)
+        values_ = source.values_;
+    else if (changed)
+        for (std::size_t word = 0; word < kWords; ++word)
+            ForRuns(taken[word], word, [&, &to = values_.Own()](std::size_t first, std::size_t count) {
+                std::memcpy(&to[first], &from[first], count * sizeof(float));
+            });
+    return changed;
 }
 
 bool ArticulationBlock::ClearRedundant(const ArticulationBlock& source) noexcept
@@ -146,11 +180,38 @@ void ArticulationBlock::PushDownTo(ArticulationBlock& target) const
     }
 }
 
+/// Blocks below one level differ only where they hold values of their own.
+ArticulationBlock::MarkWords ArticulationBlock::MayDiffer(const ArticulationBlock& other) const noexcept
+{
+    if (above_.IsSharedWith(other.values_))
+        return own_;
+    if (other.above_.IsSharedWith(values_))
+        return other.own_;
+    if (!above_.IsSharedWith(other.above_))
+        return kAllIds;
+    return {own_[0] | other.own_[0], own_[1] | other.own_[1], own_[2] | other.own_[2]};
+}
+
 ArticulationBlock::MarkWords ArticulationBlock::DifferenceTo(const ArticulationBlock& other) const noexcept
+{
+    return DifferenceTo(other, kAllIds);
+}
+
+ArticulationBlock::MarkWords ArticulationBlock::DifferenceTo(const ArticulationBlock& other,
+                                                             const MarkWords& among) const noexcept
 {
     if (SharesValues(other))
         return {};
-    return DifferingIds(values_.Get(), other.values_.Get());
+    const SharedValues::Array &values = values_.Get(), &others = other.values_.Get();
+    MarkWords ids = And(MayDiffer(other), among);
+    if (std::popcount(ids[0]) + std::popcount(ids[1]) + std::popcount(ids[2]) > kFewIds)
+        return And(DifferingIds(values, others), among);
+    for (std::size_t word = 0; word < kWords; ++word)
+        ForIds(ids[word], word, [&](std::size_t id) {
+            if (values[id] == others[id])
+                ids[word] &= ~(std::uint64_t{1} << id % kWordBits);
+        });
+    return ids;
 }
 
 void ArticulationBlock::MarkAll(const MarkWords& marks) noexcept

@@ -67,9 +67,10 @@ public:
     void PushDownTo(ArticulationBlock& target) const;
     /// Marks and stores what differs from `source`; the rest is unmarked.
     void MarkDifferences(const ArticulationBlock& source) noexcept { set_ = DifferenceTo(source); }
-    /// The ids whose values differ, as marks.
+    /// The ids whose values differ, as marks: all of them, or those among some.
     using MarkWords = std::array<std::uint64_t, 3>;
     MarkWords DifferenceTo(const ArticulationBlock& other) const noexcept;
+    MarkWords DifferenceTo(const ArticulationBlock& other, const MarkWords& among) const noexcept;
     /// Adds marks, given as Marks() returns them.
     void MarkAll(const MarkWords& marks) noexcept;
     void UnmarkAll(const MarkWords& marks) noexcept;
@@ -102,14 +103,19 @@ private:
     /// Values that are there already stay shared.
     void Store(ParamId id, float value)
     {
-        if (std::bit_cast<std::uint32_t>(values_.Get()[id]) != std::bit_cast<std::uint32_t>(value))
-            values_.Own()[id] = value;
+        if (std::bit_cast<std::uint32_t>(values_.Get()[id]) == std::bit_cast<std::uint32_t>(value))
+            return;
+        values_.Own()[id] = value;
+        own_[id / 64] |= std::uint64_t{1} << id % 64;
     }
 
-    void Take(const SharedValues::Array& from);
+    bool TakeUnmarked(const ArticulationBlock& source);
+    MarkWords MayDiffer(const ArticulationBlock& other) const noexcept;
 
     SharedValues values_;
     MarkWords set_{};
+    SharedValues above_; ///< of the block that this one inherited from last
+    MarkWords own_{};    ///< where values may differ from those above; elsewhere they do not
 };
 
 /// The level above every instrument: all defaults, nothing set.

@@ -32,9 +32,9 @@ bool FindAgreed(const Blocks& blocks, MoveUpMode mode, Ids& ids) noexcept
         if (block->SharesValues(*before))
             continue;
         before = block;
-        const Ids differing = block->DifferenceTo(*blocks.front());
+        const Ids differing = block->DifferenceTo(*blocks.front(), ids);
         for (std::size_t word = 0; word < ids.size(); ++word) {
-            complete = complete && (ids[word] & differing[word]) == 0;
+            complete = complete && differing[word] == 0;
             ids[word] &= ~differing[word];
         }
     }

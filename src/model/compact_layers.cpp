@@ -1,5 +1,5 @@
 // Fewer layers for the same sound: merging, and moving triggers from regions to their layer.
-#include "model/key_velocity_grid.h"
+#include "model/layer_room.h"
 #include "model/levels.h"
 
 #include <algorithm>
@@ -80,10 +80,9 @@ void MoveAllUp(Layer& layer)
         layer.MoveArticulationUp(MoveUpMode::Individually);
 }
 
-/// A layer that stays, with the places that its regions and those of the layers it takes in occupy.
+/// A layer that stays, and those that it takes in.
 struct KeptLayer {
     Layer* layer;
-    KeyVelocityGrid grid;
     std::vector<Layer*> absorbed;
 };
 
@@ -96,38 +95,22 @@ public:
         ForEachRegion(layer, [&](const Region& region) { zones.emplace_back(region.trigger); });
         if (zones.empty())
             return;
-        std::size_t index = FirstCandidate(zones);
-        while (index < kept_.size() && !HasRoom(kept_[index].grid, zones))
-            ++index;
-        if (index < kept_.size())
+        std::size_t index = room_.FirstFree(zones);
+        if (index != LayerRoom::kNone) {
             kept_[index].absorbed.push_back(&layer);
-        else
-            kept_.push_back({&layer, {}, {}});
+        } else {
+            index = kept_.size();
+            kept_.push_back({&layer, {}});
+            room_.AddLayer();
+        }
         for (const Zone& zone : zones)
-            kept_[index].grid.Add(zone);
+            room_.Occupy(index, zone);
     }
     std::span<const KeptLayer> Kept() const noexcept { return kept_; }
 
 private:
-    /// Kept layers only fill up: one that has no room for a place never will have, and is never asked again.
-    std::size_t FirstCandidate(const std::vector<Zone>& zones)
-    {
-        std::size_t candidate = 0;
-        for (const Zone& zone : zones) {
-            std::size_t& open = firstOpen_[zone.keys.low * KeyVelocityGrid::kSteps + zone.velocities.low];
-            while (open < kept_.size() && kept_[open].grid.Has(zone.keys.low, zone.velocities.low))
-                ++open;
-            candidate = std::max(candidate, open);
-        }
-        return candidate;
-    }
-    static bool HasRoom(const KeyVelocityGrid& grid, const std::vector<Zone>& zones) noexcept
-    {
-        return std::all_of(zones.begin(), zones.end(), [&](const Zone& zone) { return grid.IsFree(zone); });
-    }
-
+    LayerRoom room_;
     std::vector<KeptLayer> kept_;
-    std::unordered_map<unsigned, std::size_t> firstOpen_; ///< by place: kept layers below have it occupied
 };
 
 std::uint64_t HashOf(const ArticulationBlock& block) noexcept

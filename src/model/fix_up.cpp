@@ -1,12 +1,13 @@
 #include "model/fix_up.h"
 
-#include "model/instrument.h"
+#include "model/levels.h"
 #include "model/load_actions.h"
 #include "model/song.h"
 #include "model/synth_model.h"
 #include "model/waveform.h"
 
 #include <algorithm>
+#include <unordered_set>
 
 namespace vimbo {
 
@@ -19,14 +20,48 @@ void ValidateAll(const Collection& collection)
         item->Validate();
 }
 
-/// Layers may destroy regions while they are validated, but never an item of their own kind.
 template <class T>
-void ValidateArticulated(const Collection& collection)
+void ValidateArticulated(T& item)
 {
-    for (T& item : collection.All<T>()) {
-        item.Validate();
-        item.articulation.Normalize(collection.features);
+    item.Validate();
+    item.articulation.Normalize(item.Owner().features);
+}
+
+/// What was marked as set although it equals what the level above says.
+void UnmarkRedundant(Region& region, const Layer& layer)
+{
+    region.trigger.ClearRedundant(layer.trigger);
+    region.articulation.ClearRedundant(layer.articulation);
+}
+
+void ValidateRegion(Region& region, AfterLoad afterLoad)
+{
+    ValidateArticulated(region);
+    if (afterLoad == AfterLoad::No)
+        return;
+    region.DropEqualOverrides();
+    if (const Layer* layer = region.ParentLayer())
+        UnmarkRedundant(region, *layer);
+}
+
+/// Each layer's regions follow at once, as long as they are at hand. Layers may destroy regions while they
+/// are validated, but never an item of their own kind.
+void ValidateLayersAndRegions(const Collection& collection, AfterLoad afterLoad)
+{
+    std::size_t done = 0;
+    for (Layer& layer : collection.All<Layer>()) {
+        ValidateArticulated(layer);
+        ForEachRegion(layer, [&](Region& region) { ValidateRegion(region, afterLoad); });
+        done += layer.Children().size();
     }
+    if (done == collection.CountOf(ItemKind::Region))
+        return;
+    std::unordered_set<const Region*> listed;
+    for (const Layer& layer : collection.All<Layer>())
+        ForEachRegion(layer, [&](const Region& region) { listed.insert(&region); });
+    for (Region& region : collection.All<Region>())
+        if (!listed.contains(&region))
+            ValidateRegion(region, afterLoad);
 }
 
 void ValidateWaveforms(const Collection& collection, AfterLoad afterLoad)
@@ -99,12 +134,9 @@ void Prune(Collection& collection, std::uint8_t mask)
 
 void ValidateItems(Collection& collection, AfterLoad afterLoad)
 {
-    ValidateArticulated<Instrument>(collection);
-    ValidateArticulated<Layer>(collection);
-    ValidateArticulated<Region>(collection);
-    if (afterLoad == AfterLoad::Yes)
-        for (Region& region : collection.All<Region>())
-            region.DropEqualOverrides();
+    for (Instrument& instrument : collection.All<Instrument>())
+        ValidateArticulated(instrument);
+    ValidateLayersAndRegions(collection, afterLoad);
     ValidateAll<SynthModel>(collection);
     ValidateWaveforms(collection, afterLoad);
     ValidateAll<Song>(collection);
@@ -150,26 +182,28 @@ private:
     Collection& collection_;
 };
 
-/// What was marked as set although it equals what the level above says.
-void UnmarkRedundant(Collection& collection)
-{
-    UnmarkRedundantArticulation(collection);
-    for (Layer& layer : collection.All<Layer>())
-        layer.trigger.ClearRedundant(TriggerParams{});
-    for (Region& region : collection.All<Region>())
-        if (const Layer* layer = region.ParentLayer())
-            region.trigger.ClearRedundant(layer->trigger);
-}
-
-} // namespace
-
-void UnmarkRedundantArticulation(Collection& collection)
+/// The same above the regions.
+void UnmarkRedundantArticulationAbove(const Collection& collection)
 {
     for (Instrument& instrument : collection.All<Instrument>())
         instrument.articulation.ClearRedundant(DefaultArticulation());
     for (Layer& layer : collection.All<Layer>())
         if (const Instrument* instrument = layer.ParentInstrument())
             layer.articulation.ClearRedundant(instrument->articulation);
+}
+
+void UnmarkRedundantAbove(const Collection& collection)
+{
+    UnmarkRedundantArticulationAbove(collection);
+    for (Layer& layer : collection.All<Layer>())
+        layer.trigger.ClearRedundant(TriggerParams{});
+}
+
+} // namespace
+
+void UnmarkRedundantArticulation(Collection& collection)
+{
+    UnmarkRedundantArticulationAbove(collection);
     for (Region& region : collection.All<Region>())
         if (const Layer* layer = region.ParentLayer())
             region.articulation.ClearRedundant(layer->articulation);
@@ -194,7 +228,7 @@ void FixUpItems(Collection& collection, std::uint8_t pruneMask, AfterLoad afterL
         ValidateItems(collection, afterLoad);
         PruneItems(collection, pruneMask);
         if (afterLoad == AfterLoad::Yes)
-            UnmarkRedundant(collection);
+            UnmarkRedundantAbove(collection); // regions are done
         MoveToPermittedLevels(collection);
         if (afterLoad == AfterLoad::Yes)
             CarryOutLoadOptions(collection, stereo);

@@ -3,6 +3,7 @@
 #include "base/last_error.h"
 #include "model/levels.h"
 #include "model/record_text.h"
+#include "model/region_places.h"
 
 #include <algorithm>
 
@@ -90,6 +91,8 @@ Instrument::Instrument(ItemKey key, Collection& owner, const Instrument& source)
 {
 }
 
+Instrument::~Instrument() = default;
+
 void Instrument::SetName(std::u16string_view name)
 {
     TextItem::SetName(name);
@@ -126,6 +129,7 @@ Layer& Instrument::AddLayer(std::u16string_view name, std::size_t place)
 void Instrument::Validate()
 {
     TextItem::Validate();
+    places_.reset();
     NormalizeFx(channelFx);
     std::size_t number = 0;
     ForEachLayer(*this, [&](Layer& layer) {

@@ -7,12 +7,14 @@
 #include "model/trigger.h"
 
 #include <array>
+#include <memory>
 #include <optional>
 
 namespace vimbo {
 
 class Layer;
 class Region;
+class RegionPlaces;
 class SynthModel;
 class Waveform;
 
@@ -88,6 +90,7 @@ public:
     static constexpr ItemKind kKind = ItemKind::Instrument;
     Instrument(ItemKey key, Collection& owner) noexcept;
     Instrument(ItemKey key, Collection& owner, const Instrument& source);
+    ~Instrument() override;
 
     MidiLocation
         location; ///< of an instrument made under an exact handle: its serial's low 7 bits as program
@@ -115,7 +118,9 @@ public:
     static constexpr int kNoTag = -1;
     /// Adds a region for a waveform where it fits: with layerTag below 0 behind a region of the same velocity
     /// range, else in the first layer without overlap; with a tag of 0 or above only in layers made with that
-    /// tag. A new layer is made if none is free. Arguments as for Layer::AddRegion.
+    /// tag. A new layer is made if none is free. Arguments as for Layer::AddRegion. While the collection is
+    /// loading, the ranges of layers and regions that are there already must not change between calls: what
+    /// they occupy is kept in mind.
     Region& FindOrAddRegion(ItemHandle waveform, MidiRange keys, MidiRange velocities, std::uint8_t rootKey,
                             int layerTag = kNoTag);
     /// A copy of `region` in the first layer without overlap, searched from the one that holds it (from the
@@ -143,6 +148,8 @@ private:
     void PushParam(ParamId id);
     void LockPhaseGroups();
     void ShowNameAsProgress() const;
+
+    std::unique_ptr<RegionPlaces> places_; ///< while a reader adds regions
 };
 
 /// Its children are regions: zones in the plane of keys and velocities that do not overlap.

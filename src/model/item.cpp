@@ -85,8 +85,8 @@ ItemHandle ChildHandle(ItemKind parent, ItemHandle slot) noexcept
 Item::Item(ItemKey, Collection& owner) noexcept : owner_(&owner) {}
 
 Item::Item(ItemKey, Collection& owner, const Item& source)
-    : sourceWord(source.sourceWord), secondOffset(source.secondOffset), scratch(source.scratch),
-      scratchByte(source.scratchByte), owner_(&owner), children_(source.children_)
+    : owner_(&owner), children_(source.children_), sourceWord(source.sourceWord),
+      secondOffset(source.secondOffset), scratch(source.scratch), scratchByte(source.scratchByte)
 {
 }
 

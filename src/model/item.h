@@ -25,6 +25,14 @@ class ItemKey {
 
 /// One item of a collection. Links between items are handles; a dead handle answers null.
 class Item {
+    // Walks over all items only need these: they come first, side by side in memory.
+    Collection* owner_;
+    ItemHandle handle_;
+    ItemHandle parent_ = NO_ITEM;
+    HandleList children_;
+    Item* nextOfKind_ = nullptr; ///< items of one kind are chained in the order of their arrival
+    Item* previousOfKind_ = nullptr;
+
 public:
     virtual ~Item();
     Item(const Item&) = delete;
@@ -107,12 +115,6 @@ private:
     friend class Collection;
     friend Item* NextOfKind(const Item& item) noexcept;
     bool KeepsChild(ItemHandle child) const noexcept;
-    Collection* owner_;
-    ItemHandle handle_;
-    ItemHandle parent_ = NO_ITEM;
-    HandleList children_;
-    Item* nextOfKind_ = nullptr; ///< items of one kind are chained in the order of their arrival
-    Item* previousOfKind_ = nullptr;
 };
 
 } // namespace vimbo

@@ -36,10 +36,6 @@ public:
         unsigned velocity = 0;
     };
 
-    bool Has(unsigned key, unsigned velocity) const noexcept
-    {
-        return (rows_[key][velocity / 64] >> velocity % 64 & 1) != 0;
-    }
     /// The occupied place in the zone of the lowest key from `fromKey` up, then of the lowest velocity.
     Place FirstOccupied(const Zone& zone, unsigned fromKey) const noexcept
     {
@@ -67,8 +63,24 @@ public:
         }
     }
 
+    using Row = std::array<std::uint64_t, 2>; ///< velocities 0 to 63, 64 to 127
+    /// What any, and what all, of some keys have occupied.
+    struct Summary {
+        Row any{};
+        Row all{~std::uint64_t{0}, ~std::uint64_t{0}};
+    };
+    Summary Summarise(unsigned fromKey, unsigned count) const noexcept
+    {
+        Summary summary;
+        for (unsigned key = fromKey; key < fromKey + count; ++key)
+            for (unsigned half = 0; half < 2; ++half) {
+                summary.any[half] |= rows_[key][half];
+                summary.all[half] &= rows_[key][half];
+            }
+        return summary;
+    }
+
 private:
-    using Row = std::array<std::uint64_t, 2>; // velocities 0 to 63, 64 to 127
     static std::uint64_t Below(unsigned count) noexcept
     {
         return count >= 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << count) - 1;

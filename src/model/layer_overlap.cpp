@@ -3,7 +3,6 @@
 #include "model/levels.h"
 
 #include <algorithm>
-#include <optional>
 
 namespace vimbo {
 namespace {
@@ -86,24 +85,6 @@ private:
         std::vector<std::uint16_t>(std::size_t{KeyVelocityGrid::kSteps} * KeyVelocityGrid::kSteps);
 };
 
-/// Scratch word of layers: the reader's tag plus one; 0 for layers made without one.
-constexpr std::size_t kTagWord = 0;
-
-/// The range with its open edges taken from the layer, as a region there would have it.
-MidiRange WithoutGaps(MidiRange range, MidiRange layerRange) noexcept
-{
-    return {range.low == MidiRange::kKeep ? layerRange.low : range.low,
-            range.high == MidiRange::kKeep ? layerRange.high : range.high};
-}
-
-std::optional<MidiRange> LastVelocities(const Layer& layer) noexcept
-{
-    for (std::size_t i = layer.Children().size(); i-- > 0;)
-        if (const Item* region = layer.Child(i))
-            return static_cast<const Region*>(region)->trigger.velocities;
-    return std::nullopt;
-}
-
 } // namespace
 
 bool CutZone(Zone& zone, const Zone& blocker) noexcept
@@ -174,32 +155,6 @@ void Layer::ResolveOverlap(MidiRange keys, MidiRange velocities, const Region* e
             covered.push_back(&region);
     });
     DestroyChildren(*this, covered);
-}
-
-Region& Instrument::FindOrAddRegion(ItemHandle waveform, MidiRange keys, MidiRange velocities,
-                                    std::uint8_t rootKey, int layerTag)
-{
-    const std::uint32_t tagWord = layerTag < 0 ? 0 : static_cast<std::uint32_t>(layerTag) + 1;
-    Layer* found = nullptr;
-    for (std::size_t i = 0; i < Children().size(); ++i) {
-        auto* layer = static_cast<Layer*>(Child(i));
-        if (layer == nullptr || (tagWord != 0 && layer->scratch[kTagWord] != tagWord))
-            continue;
-        const Zone zone(WithoutGaps(keys, layer->trigger.keys),
-                        WithoutGaps(velocities, layer->trigger.velocities));
-        if (!layer->HasNoOverlap(zone.keys, zone.velocities))
-            continue;
-        const bool continuesSplit = LastVelocities(*layer) == zone.velocities;
-        if (found == nullptr || continuesSplit)
-            found = layer;
-        if (continuesSplit || tagWord != 0)
-            break;
-    }
-    if (found == nullptr) {
-        found = &AddLayer();
-        found->scratch[kTagWord] = tagWord;
-    }
-    return found->AddRegion(waveform, keys, velocities, rootKey);
 }
 
 Region& Instrument::AddRegionCopy(const Region& region)

@@ -1,7 +1,7 @@
 // What a user wants done with everything that is loaded.
 #include "model/load_options.h"
 
-#include "model/instrument.h"
+#include "model/levels.h"
 #include "model/load_actions.h"
 #include "model/loop_convert.h"
 #include "model/stereo_pairs.h"
@@ -33,12 +33,39 @@ void ConvertAllLoops(Collection& collection)
     ConvertLoops(collection, conversions);
 }
 
-void CompactInstruments(Collection& collection)
+bool HasStrayLayers(const Collection& collection)
 {
+    std::size_t listed = 0;
+    for (const Instrument& instrument : collection.All<Instrument>())
+        listed += instrument.Children().size();
+    return listed != collection.CountOf(ItemKind::Layer);
+}
+
+/// Moves triggers up, and makes fewer regions and layers. What is to be done with an instrument is done while
+/// it is at hand: an instrument never changes another one.
+void SimplifyInstruments(Collection& collection, bool mergeStereo)
+{
+    const LoadOptions& options = collection.loadOptions;
     const KeepArticulation keep =
         collection.features.Has(Feature::ArticulationOnRegion) ? KeepArticulation::No : KeepArticulation::Yes;
-    for (Instrument& instrument : collection.All<Instrument>())
-        instrument.CompactLayers(MoveParamsUp::Yes, keep);
+    const bool atOnce =
+        options.autoMoveTriggerParams && (options.autoSplitStereo || HasStrayLayers(collection));
+    if (atOnce)
+        for (Layer& layer : collection.All<Layer>())
+            layer.MoveTriggerUp();
+    if (options.autoSplitStereo)
+        SplitStereoToLayers(collection);
+    StereoPairMerger merger(collection);
+    for (Instrument& instrument : collection.All<Instrument>()) {
+        if (options.autoMoveTriggerParams && !atOnce)
+            ForEachLayer(instrument, [](Layer& layer) { layer.MoveTriggerUp(); });
+        if (mergeStereo)
+            merger.Merge(instrument);
+        if (options.autoCompactLayers)
+            instrument.CompactLayers(MoveParamsUp::Yes, keep);
+    }
+    if (mergeStereo)
+        merger.Finish(DeleteUnused::Yes);
 }
 
 } // namespace
@@ -52,15 +79,8 @@ void CarryOutLoadOptions(Collection& collection, SourceHoldsStereo stereo)
     }
     if (options.autoMoveArticulation)
         MoveCommonValuesUp(collection);
-    if (options.autoMoveTriggerParams)
-        for (Layer& layer : collection.All<Layer>())
-            layer.MoveTriggerUp();
-    if (options.autoSplitStereo)
-        SplitStereoToLayers(collection);
-    else if (options.autoMergeStereo && stereo == SourceHoldsStereo::No)
-        MergeStereoPairs(collection, DeleteUnused::Yes);
-    if (options.autoCompactLayers)
-        CompactInstruments(collection);
+    SimplifyInstruments(collection, options.autoMergeStereo && !options.autoSplitStereo &&
+                                        stereo == SourceHoldsStereo::No);
     ConvertAllLoops(collection);
     if (options.autoSortWaves)
         collection.SortKind(ItemKind::Waveform, SortMode::ByName);

@@ -20,7 +20,13 @@ public:
     SharedValues() noexcept : held_(&defaults_) {}
     SharedValues(const SharedValues& other) noexcept : held_(other.held_) { Retain(); }
     SharedValues(SharedValues&& other) noexcept : held_(std::exchange(other.held_, &defaults_)) {}
-    SharedValues& operator=(SharedValues other) noexcept
+    SharedValues& operator=(const SharedValues& other) noexcept
+    {
+        if (held_ != other.held_)
+            *this = SharedValues(other);
+        return *this;
+    }
+    SharedValues& operator=(SharedValues&& other) noexcept
     {
         std::swap(held_, other.held_);
         return *this;

@@ -84,8 +84,7 @@ std::size_t StereoMaker::DeleteUnused()
 {
     std::unordered_set<ItemHandle, ItemHandleHash> used;
     for (const Region& region : items_.All<Region>())
-        if (const Waveform* wave = region.Wave())
-            used.insert(wave->Handle());
+        used.insert(region.Children().begin(), region.Children().end());
     for (const SynthModel& model : items_.All<SynthModel>()) {
         for (const ItemHandle slot : model.Children())
             used.insert(ChildHandle(ItemKind::SynthModel, slot));
@@ -136,28 +135,42 @@ void RegionChanges::Centre(Layer& layer)
     };
     const std::vector<Region*> regions = layer.Regions();
     const bool isAll = std::ranges::all_of(regions, [this](const Region* region) {
-        return keptSet_.contains(region) || region->articulation[kArtPan] == 0;
+        return IsKept(region) || region->articulation[kArtPan] == 0;
     });
     const Instrument* instrument = layer.ParentInstrument();
     if (isAll)
         clear(layer.articulation, instrument != nullptr ? instrument->articulation[kArtPan] : 0);
     for (Region* region : regions)
-        if (keptSet_.contains(region))
+        if (IsKept(region))
             clear(region->articulation, layer.articulation[kArtPan]);
 }
 
-StereoMergeCounts RegionChanges::Finish(Collection& items, StereoMaker& maker, DeleteUnused deleteUnused)
+bool RegionChanges::IsKept(const Region* region) const noexcept
+{
+    return std::ranges::binary_search(keptSorted_, region);
+}
+
+void RegionChanges::Apply(Collection& items)
 {
     DestroyGone(items);
-    keptSet_.insert(kept_.begin(), kept_.end());
+    keptSorted_.assign(kept_.begin(), kept_.end());
+    std::ranges::sort(keptSorted_);
     for (Layer* layer : ParentsOf<Layer>(kept_))
         Centre(*layer);
     for (Region* region : kept_)
         region->RebuildName();
+    merged_ += gone_.size();
+    kept_.clear();
+    gone_.clear();
+}
+
+StereoMergeCounts RegionChanges::Finish(Collection& items, StereoMaker& maker, DeleteUnused deleteUnused)
+{
+    Apply(items);
     const std::size_t deleted = deleteUnused == DeleteUnused::Yes ? maker.DeleteUnused() : 0;
     if (maker.MadeEqualNames() && items.loadOptions.ensureUniqueNames)
         items.MakeNamesUnique(ItemKind::Waveform);
-    return {gone_.size(), deleted};
+    return {merged_, deleted};
 }
 
 } // namespace vimbo

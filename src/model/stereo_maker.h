@@ -47,16 +47,20 @@ class RegionChanges {
 public:
     /// `kept` plays the stereo waveform for both from now on.
     void Merge(Region& kept, Region& gone, const Waveform& stereo);
-    /// Destroys what went, with layers left empty, puts the others into the middle, and deletes waveforms if
-    /// wished.
+    /// Destroys what went so far, with layers left empty, and puts the others into the middle.
+    void Apply(Collection& items);
+    /// Applies what is left, and deletes waveforms if wished.
     StereoMergeCounts Finish(Collection& items, StereoMaker& maker, DeleteUnused deleteUnused);
 
 private:
     void DestroyGone(Collection& items);
     void Centre(Layer& layer);
 
+    bool IsKept(const Region* region) const noexcept;
+
     std::vector<Region*> kept_, gone_;
-    std::unordered_set<const Region*> keptSet_;
+    std::vector<const Region*> keptSorted_;
+    std::size_t merged_ = 0;
 };
 
 } // namespace vimbo

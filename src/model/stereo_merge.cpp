@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <numeric>
 #include <unordered_map>
 #include <utility>
 
@@ -36,6 +37,7 @@ struct Half {
     Region* region;
     Waveform* wave;
     std::size_t layer; ///< its number in the instrument
+    std::uint64_t key = 0;
     bool isTaken = false;
 
     float Pan() const noexcept { return region->articulation[kArtPan]; }
@@ -52,10 +54,9 @@ bool IsSameLoop(const LoopInfo& a, const LoopInfo& b) noexcept
 /// Equal in all values but the pan.
 bool IsSameSound(const ArticulationBlock& a, const ArticulationBlock& b) noexcept
 {
-    ArticulationBlock differing;
-    differing.MarkAll(a.DifferenceTo(b));
-    differing.Unmark(kArtPan);
-    return std::ranges::all_of(differing.Marks(), [](std::uint64_t word) { return word == 0; });
+    ArticulationBlock::MarkWords differing = a.DifferenceTo(b);
+    differing[kArtPan / 64] &= ~(std::uint64_t{1} << kArtPan % 64);
+    return differing == ArticulationBlock::MarkWords{};
 }
 
 bool IsSameTuning(const Waveform& a, const Waveform& b) noexcept
@@ -77,39 +78,24 @@ bool CanJoin(const Half& a, const Half& b)
            IsSameSound(one.articulation, other.articulation);
 }
 
-/// Numbers that are equal for blocks which only differ in their pan. Regions share most of their values, so
-/// each copy is gone through once.
-class SoundKeys {
-public:
-    std::uint32_t Of(const ArticulationBlock& block)
-    {
-        const auto values = block.Values();
-        const auto [place, isNew] = keys_.try_emplace(values.data(), 0);
-        if (isNew)
-            place->second = KeyOf(values);
-        return place->second;
-    }
-
-private:
-    /// Each value times an odd number of its own: the sums do not wait for one another.
-    static std::uint32_t KeyOf(std::span<const float, kArticulationParams> values) noexcept
-    {
-        std::uint64_t key = 0, factor = 0x9E3779B97F4A7C15;
-        for (std::size_t id = 0; id < values.size(); ++id, factor += 0xD1B54A32D192ED02)
-            key += id != kArtPan ? std::bit_cast<std::uint32_t>(values[id] + 0.0f) * factor : 0; // -0 is 0
-        return static_cast<std::uint32_t>(key >> 32);
-    }
-
-    std::unordered_map<const float*, std::uint32_t> keys_;
-};
+/// Equal for blocks that only differ in their pan. Each value counts times an odd number of its own: the sums
+/// do not wait for one another.
+std::uint64_t SoundKey(const ArticulationBlock& block) noexcept
+{
+    const auto values = block.Values();
+    std::uint64_t key = 0, factor = 0x9E3779B97F4A7C15;
+    for (std::size_t id = 0; id < values.size(); ++id, factor += 0xD1B54A32D192ED02)
+        key += id != kArtPan ? std::bit_cast<std::uint32_t>(values[id] + 0.0f) * factor : 0; // -0 is 0
+    return key;
+}
 
 std::uint32_t Pack(unsigned a, unsigned b, unsigned c, unsigned d) noexcept
 {
     return a | b << 8 | c << 16 | d << 24;
 }
 
-/// Equal for halves that can be joined.
-std::uint64_t JoinKey(const Half& half, SoundKeys& sounds)
+/// Equal for halves that can be joined, but not for many others.
+std::uint64_t JoinKey(const Half& half) noexcept
 {
     const Region& region = *half.region;
     const TriggerParams& trigger = region.trigger;
@@ -120,20 +106,34 @@ std::uint64_t JoinKey(const Half& half, SoundKeys& sounds)
          << Pack(trigger.triggerType, trigger.pedalSwitch, trigger.noteExclusionMode, wave.rootKey)
          << (std::uint32_t{trigger.exclusionGroup} | std::uint32_t{region.phaseGroup} << 16)
          << trigger.delaySeconds << std::abs(half.Pan()) << static_cast<std::uint32_t>(region.startOffset)
-         << static_cast<std::uint32_t>(region.endOffset) << sounds.Of(region.articulation) << wave.rateHz
-         << static_cast<float>(wave.fineTune) << wave.volume << static_cast<std::uint32_t>(wave.loop.type);
+         << static_cast<std::uint32_t>(region.endOffset) << wave.rateHz << static_cast<float>(wave.fineTune)
+         << wave.volume << static_cast<std::uint32_t>(wave.loop.type);
     return hash.Value();
 }
 
-std::uint64_t NameKey(const Half& half)
+std::uint64_t NameKey(std::u16string_view name)
 {
-    const std::u16string_view name = half.wave->GetName();
     const SideEnding ending = FindSideEnding(name);
     Hash hash;
     for (const char16_t unit : name.substr(0, ending.stem))
         hash << std::uint32_t{FoldCase(unit)};
     return (hash << std::uint32_t{ending.digit}).Value();
 }
+
+/// Many regions play each waveform: its key is worked out once.
+class NameKeys {
+public:
+    std::uint64_t Of(const Waveform& wave)
+    {
+        const auto [place, isNew] = keys_.try_emplace(&wave, 0);
+        if (isNew)
+            place->second = NameKey(wave.GetName());
+        return place->second;
+    }
+
+private:
+    std::unordered_map<const Waveform*, std::uint64_t> keys_;
+};
 
 std::vector<Half> HalvesOf(const Instrument& instrument)
 {
@@ -147,6 +147,8 @@ std::vector<Half> HalvesOf(const Instrument& instrument)
                 halves.push_back({region, wave, number});
         ++number;
     }
+    for (Half& half : halves)
+        half.key = JoinKey(half);
     return halves;
 }
 
@@ -195,32 +197,58 @@ private:
     std::vector<std::size_t> left_, right_; ///< that wait for their other side, in order
 };
 
-std::vector<HalfPair> FindPairs(const std::vector<Half>& halves, std::span<const std::uint64_t> keys)
+/// The numbers of halves in the order of their keys.
+std::vector<std::size_t> OrderByKey(const std::vector<Half>& halves)
 {
-    std::vector<std::size_t> order;
-    order.reserve(halves.size());
-    for (std::size_t i = 0; i < halves.size(); ++i)
-        if (!halves[i].isTaken)
-            order.push_back(i);
-    std::ranges::sort(order, {}, [&](std::size_t i) { return std::pair(keys[i], i); });
+    std::vector<std::size_t> order(halves.size());
+    std::iota(order.begin(), order.end(), std::size_t{0});
+    std::ranges::sort(order, {}, [&](std::size_t i) { return std::pair(halves[i].key, i); });
+    return order;
+}
+
+/// Calls `visit` for each run of numbers of halves with one key.
+template <class Visit>
+void ForEqualKeys(const std::vector<Half>& halves, std::span<const std::size_t> order, Visit visit)
+{
+    for (std::size_t first = 0, last; first < order.size(); first = last) {
+        for (last = first + 1; last < order.size() && halves[order[last]].key == halves[order[first]].key;)
+            ++last;
+        visit(order.subspan(first, last - first));
+    }
+}
+
+/// Leaves out what is alone with its key. Comparing sounds costs most: two halves of one key are just tried,
+/// only where there are more the sound becomes a part of the key.
+void RefineKeys(std::vector<Half>& halves)
+{
+    ForEqualKeys(halves, OrderByKey(halves), [&](std::span<const std::size_t> numbers) {
+        for (const std::size_t number : numbers) {
+            Half& half = halves[number];
+            if (numbers.size() == 1)
+                half.isTaken = true;
+            else if (numbers.size() > 2)
+                half.key = std::rotl(half.key, 1) ^ SoundKey(half.region->articulation);
+        }
+    });
+    std::erase_if(halves, [](const Half& half) { return half.isTaken; });
+}
+
+std::vector<HalfPair> FindPairs(const std::vector<Half>& halves)
+{
     std::vector<HalfPair> pairs;
     PairFinder finder(halves);
-    const std::span<const std::size_t> all(order);
-    for (std::size_t first = 0, last; first < all.size(); first = last) {
-        for (last = first + 1; last < all.size() && keys[all[last]] == keys[all[first]];)
-            ++last;
-        if (last - first > 1)
-            finder.Find(all.subspan(first, last - first), pairs);
-    }
+    ForEqualKeys(halves, OrderByKey(halves), [&](std::span<const std::size_t> numbers) {
+        if (numbers.size() > 1)
+            finder.Find(numbers, pairs);
+    });
     std::ranges::sort(pairs, {}, &HalfPair::later);
     return pairs;
 }
 
 /// Joins halves with the same key; the earlier region of a pair is kept.
-void JoinByKey(std::vector<Half>& halves, std::span<const std::uint64_t> keys, StereoMaker& maker,
-               RegionChanges& changes)
+void JoinByKey(std::vector<Half>& halves, StereoMaker& maker, RegionChanges& changes)
 {
-    for (const HalfPair& pair : FindPairs(halves, keys)) {
+    for (const HalfPair& pair : FindPairs(halves)) {
         Half &earlier = halves[pair.earlier], &later = halves[pair.later];
         Half &left = later.IsLeft() ? later : earlier, &right = later.IsLeft() ? earlier : later;
         if (const Waveform* stereo = maker.StereoOf(*left.wave, *right.wave, *earlier.wave)) {
@@ -228,41 +256,59 @@ void JoinByKey(std::vector<Half>& halves, std::span<const std::uint64_t> keys, S
             earlier.isTaken = later.isTaken = true;
         }
     }
+    std::erase_if(halves, [](const Half& half) { return half.isTaken; });
 }
 
 /// Halves whose names belong together first: so stacked pairs are not mixed up.
-void JoinPairs(const Instrument& instrument, StereoMaker& maker, RegionChanges& changes)
+void JoinPairs(const Instrument& instrument, NameKeys& names, StereoMaker& maker, RegionChanges& changes)
 {
     std::vector<Half> halves = HalvesOf(instrument);
-    if (halves.empty())
-        return;
-    SoundKeys sounds;
-    std::vector<std::uint64_t> keys, named;
-    for (const Half& half : halves) {
-        keys.push_back(JoinKey(half, sounds));
-        named.push_back(std::rotl(keys.back(), 1) ^ NameKey(half));
-    }
-    JoinByKey(halves, named, maker, changes);
-    JoinByKey(halves, keys, maker, changes);
+    RefineKeys(halves);
+    for (Half& half : halves)
+        half.key ^= names.Of(*half.wave);
+    JoinByKey(halves, maker, changes);
+    for (Half& half : halves)
+        half.key ^= names.Of(*half.wave);
+    JoinByKey(halves, maker, changes);
 }
 
 } // namespace
 
+struct StereoPairMerger::State {
+    explicit State(Collection& collection) : items(collection), maker(collection) {}
+    Collection& items;
+    StereoMaker maker;
+    RegionChanges changes;
+    NameKeys names;
+};
+
+StereoPairMerger::StereoPairMerger(Collection& collection) : state_(std::make_unique<State>(collection)) {}
+StereoPairMerger::~StereoPairMerger() = default;
+
+void StereoPairMerger::Merge(const Instrument& instrument)
+{
+    JoinPairs(instrument, state_->names, state_->maker, state_->changes);
+    state_->changes.Apply(state_->items);
+}
+
+StereoMergeCounts StereoPairMerger::Finish(DeleteUnused deleteUnused)
+{
+    return state_->changes.Finish(state_->items, state_->maker, deleteUnused);
+}
+
 StereoMergeCounts MergeStereoPairs(Collection& collection, DeleteUnused deleteUnused)
 {
-    StereoMaker maker(collection);
-    RegionChanges changes;
+    StereoPairMerger merger(collection);
     for (const Instrument& instrument : collection.All<Instrument>())
-        JoinPairs(instrument, maker, changes);
-    return changes.Finish(collection, maker, deleteUnused);
+        merger.Merge(instrument);
+    return merger.Finish(deleteUnused);
 }
 
 StereoMergeCounts MergeStereoPairs(Instrument& instrument, DeleteUnused deleteUnused)
 {
-    StereoMaker maker(instrument.Owner());
-    RegionChanges changes;
-    JoinPairs(instrument, maker, changes);
-    return changes.Finish(instrument.Owner(), maker, deleteUnused);
+    StereoPairMerger merger(instrument.Owner());
+    merger.Merge(instrument);
+    return merger.Finish(deleteUnused);
 }
 
 } // namespace vimbo

@@ -20,6 +20,21 @@ struct StereoMergeCounts {
 /// volume and loop. Works on every instrument, or on one.
 StereoMergeCounts MergeStereoPairs(Collection& collection, DeleteUnused deleteUnused);
 StereoMergeCounts MergeStereoPairs(Instrument& instrument, DeleteUnused deleteUnused);
+/// The same instrument by instrument, for passes that have more to do with each.
+class StereoPairMerger {
+public:
+    explicit StereoPairMerger(Collection& collection);
+    ~StereoPairMerger();
+    StereoPairMerger(const StereoPairMerger&) = delete;
+    StereoPairMerger& operator=(const StereoPairMerger&) = delete;
+    void Merge(const Instrument& instrument);
+    /// To be called behind the last instrument.
+    StereoMergeCounts Finish(DeleteUnused deleteUnused);
+
+private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
 /// Joins mono waveforms of equal frames, rate and root key whose names differ only in their left or right
 /// ending. Of two regions of one instrument that use them in the same ranges, the phase master (or the first)
 /// plays the stereo waveform, in the middle; its partner goes. Pairs of which regions use only one stay as

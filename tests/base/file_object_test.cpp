@@ -370,6 +370,36 @@ TEST_F(FileTest, GuardedFileRefusals)
     }
 }
 
+TEST_F(FileTest, GuardedFileSetReplacesAllOrNone)
+{
+    Put(folder / "a", "earlier a");
+    Put(folder / "b", "earlier b");
+    const auto take = [&](GuardedFileSet& set, const char* name) {
+        auto file = std::make_unique<GuardedFile>();
+        return file->Create(Wide(name)) && file->File().WriteAll(Bytes("new")) && set.Take(std::move(file));
+    };
+    {
+        GuardedFileSet given;
+        ASSERT_TRUE(take(given, "a") && take(given, "c"));
+    }
+    EXPECT_EQ(Contents(folder / "a"), "earlier a") << "not committed";
+    EXPECT_EQ(EntryCount(), 2U);
+    {
+        GuardedFileSet set;
+        ASSERT_TRUE(take(set, "a") && take(set, "c") && take(set, "b") && take(set, "d"));
+        fs::create_directory(folder / "d"); // in the way of the last one
+        EXPECT_FALSE(set.Commit());
+    }
+    EXPECT_EQ(Contents(folder / "a"), "earlier a");
+    EXPECT_EQ(Contents(folder / "b"), "earlier b");
+    EXPECT_EQ(EntryCount(), 3U) << "neither new files nor temporaries are left";
+    GuardedFileSet set;
+    ASSERT_TRUE(take(set, "a") && take(set, "c") && take(set, "b") && set.Commit());
+    for (const char* name : {"a", "b", "c"})
+        EXPECT_EQ(Contents(folder / name), "new");
+    EXPECT_EQ(EntryCount(), 4U);
+}
+
 TEST_F(FileTest, KilledWriterLeavesTheEarlierFile)
 {
     Put(folder / "a", "earlier");

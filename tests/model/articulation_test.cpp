@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <bit>
 #include <cmath>
 #include <limits>
@@ -150,6 +152,79 @@ TEST(ArticulationBlock, CombinesLevelsLikeAnIdByIdTwin)
         EXPECT_EQ(changed, expectChanged);
         EXPECT_EQ(cleared, expectCleared);
         EXPECT_FALSE(inherited.InheritFrom(source));
+    }
+}
+
+/// Blocks remember what they inherited last; twins without a memory must agree after any sequence of steps.
+TEST(ArticulationBlock, InheritingAgainMissesNoChange)
+{
+    struct Twin {
+        std::array<float, kArticulationParams> values;
+        std::array<bool, kArticulationParams> marks{};
+        bool InheritFrom(const Twin& source)
+        {
+            bool changed = false;
+            for (ParamId id = 0; id < kArticulationParams; ++id)
+                if (!marks[id] && std::bit_cast<std::uint32_t>(values[id]) !=
+                                      std::bit_cast<std::uint32_t>(source.values[id])) {
+                    values[id] = source.values[id];
+                    changed = true;
+                }
+            return changed;
+        }
+    };
+    std::mt19937 random(3);
+    const auto below = [&](unsigned limit) { return static_cast<std::size_t>(random() % limit); };
+    std::array<ArticulationBlock, 4> blocks;
+    std::array<Twin, 4> twins;
+    for (Twin& twin : twins)
+        std::ranges::copy(DefaultArticulation().Values(), twin.values.begin());
+    for (int step = 0; step < 20000; ++step) {
+        const std::size_t i = below(4), k = below(4);
+        const auto id = static_cast<ParamId>(below(12) * 17);
+        const float value = std::array{0.0f, -0.0f, 0.25f, 1.0f}[below(4)];
+        switch (below(9)) {
+        case 0:
+        case 1:
+            blocks[i].Inherit(id, value);
+            twins[i].values[id] = value;
+            twins[i].marks[id] = false;
+            break;
+        case 2:
+            blocks[i].Mark(id);
+            twins[i].marks[id] = true;
+            break;
+        case 3:
+            blocks[i].Unmark(id);
+            twins[i].marks[id] = false;
+            break;
+        case 4:
+            if (below(20) == 0) {
+                blocks[i].UnmarkAll();
+                twins[i].marks = {};
+            }
+            break;
+        case 5:
+            if (below(10) == 0) {
+                blocks[i] = blocks[k];
+                twins[i] = twins[k];
+            }
+            break;
+        case 6: {
+            const ArticulationBlock::MarkWords found = blocks[i].DifferenceTo(blocks[k]);
+            for (ParamId each = 0; each < kArticulationParams; ++each)
+                ASSERT_EQ((found[each / 64] >> each % 64 & 1) != 0,
+                          twins[i].values[each] != twins[k].values[each])
+                    << "step " << step << ", id " << each;
+            break;
+        }
+        default:
+            ASSERT_EQ(blocks[i].InheritFrom(blocks[k]), twins[i].InheritFrom(twins[k])) << "step " << step;
+        }
+        for (ParamId each = 0; each < kArticulationParams; each += 17)
+            ASSERT_EQ(std::bit_cast<std::uint32_t>(blocks[i][each]),
+                      std::bit_cast<std::uint32_t>(twins[i].values[each]))
+                << "step " << step << ", id " << each;
     }
 }
 
