@@ -270,6 +270,61 @@ void ConversionNotes::Name(const Item& item, std::u16string_view held, std::u16s
         CompareText(item, kTextName, item.GetName(), held, reason);
 }
 
+void ConversionNotes::LayerName(const Layer& layer)
+{
+    if (!layer.GetName().starts_with(u"Layer "))
+        LayerName(layer, {}, u"the format has no names of layers");
+}
+
+void ConversionNotes::LayerName(const Layer& layer, std::u16string_view held, std::u16string_view reason)
+{
+    if (!wanted_)
+        return;
+    const std::u16string name = ShortName(layer);
+    if (name.empty() || name == held)
+        return;
+    Subject subject(layer, reason);
+    ConversionNote note = subject.Note(held.empty() ? Fidelity::Lost : Fidelity::Approximated,
+                                       NoteTopic::Text, std::u16string(AnyParamRow(kTextName).name));
+    note.from = name;
+    note.to = held;
+    host_.NoteConversion(std::move(note));
+}
+
+void ConversionNotes::Samples(const Waveform& wave, DataFormat format, unsigned channels)
+{
+    if (!wanted_)
+        return;
+    Subject subject(wave, {});
+    const auto tell = [&](std::u16string what, std::u16string from, std::u16string to) {
+        ConversionNote note = subject.Note(Fidelity::Approximated, NoteTopic::Waveform, std::move(what));
+        note.from = std::move(from);
+        note.to = std::move(to);
+        host_.NoteConversion(std::move(note));
+    };
+    const unsigned bits = DataFormatBits(format);
+    const bool isLinear = format <= DataFormat::Float64;
+    const bool isSameLaw = (format == DataFormat::MuLaw || format == DataFormat::ALaw) &&
+                           wave.importProc != nullptr && wave.SourceFormat() == format;
+    if (isLinear ? wave.bits <= bits : isSameLaw)
+        Kept(NoteTopic::Waveform, u"Samples", 1);
+    else
+        tell(u"Samples", Widened(fmt::format("{}-bit", wave.bits)),
+             isLinear ? Widened(fmt::format("{}-bit", bits)) : std::u16string(DataFormatName(format)));
+    if (channels < wave.channels)
+        tell(u"Channels", u"stereo", u"mono");
+}
+
+void ConversionNotes::Markers(const Waveform& wave, std::uint64_t lost, std::u16string_view reason)
+{
+    if (!wanted_ || lost == 0)
+        return;
+    Subject subject(wave, reason);
+    ConversionNote note = subject.Note(Fidelity::Lost, NoteTopic::Waveform, u"Markers");
+    note.count = lost;
+    host_.NoteConversion(std::move(note));
+}
+
 void ConversionNotes::Param(const Item& item, ParamId id, float wanted, float held,
                             std::u16string_view reason)
 {

@@ -41,6 +41,14 @@ public:
     /// is not empty stands for the image.
     void Text(const TextItem& item, ParamId id, std::u16string_view held, std::u16string_view reason = {});
     void Name(const Item& item, std::u16string_view held, std::u16string_view reason = {});
+    /// A layer's name where the format has none; names that number layers come back by themselves.
+    void LayerName(const Layer& layer);
+    /// The same where the format has one: `held` is the name without the ranges.
+    void LayerName(const Layer& layer, std::u16string_view held, std::u16string_view reason);
+    /// How the file holds a waveform's samples.
+    void Samples(const Waveform& wave, DataFormat format, unsigned channels);
+    /// Markers of a waveform that do not reach the file.
+    void Markers(const Waveform& wave, std::uint64_t lost, std::u16string_view reason);
     /// A single numbered value.
     void Param(const Item& item, ParamId id, float wanted, float held, std::u16string_view reason = {});
     /// The item does not reach the file.

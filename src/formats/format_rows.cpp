@@ -17,6 +17,7 @@
 #include "formats/container/zip.h"
 #include "formats/dls/dls.h"
 #include "formats/format_table.h"
+#include "formats/midi/midi.h"
 #include "formats/raw/raw.h"
 #include "formats/sfz/sfz.h"
 #include "formats/soundfont/soundfont.h"
@@ -300,7 +301,7 @@ constexpr std::array<FormatRow, kFormatRowCount> kRows = {{
     // 230
     {u"mdl",        nullptr,          nullptr,        nullptr,             u"Digitrakker module",                            kBank,      0,         0,                                                        nullptr},
     {u"med",        nullptr,          nullptr,        nullptr,             u"OctaMED module",                                kBank,      0,         0,                                                        nullptr},
-    {u"mid",        nullptr,          nullptr,        nullptr,             u"Standard MIDI",                                 kSong,      0x80000,   0,                                                        nullptr},
+    {u"mid",        ReadSmf,          WriteSmf,       DetectSmf,           u"Standard MIDI",                                 kSong,      0x80000,   0,                                                        nullptr},
     {u"mka",        nullptr,          nullptr,        nullptr,             u"Matriska audio",                                kWave,      0,         0,                                                        nullptr},
     {u"mkv",        nullptr,          nullptr,        nullptr,             u"Matriska video",                                kWave,      0,         0,                                                        nullptr},
     {u"mld",        nullptr,          nullptr,        nullptr,             u"i-Melody",                                      kSong,      0,         0,                                                        nullptr},
@@ -422,10 +423,10 @@ constexpr std::array<FormatRow, kFormatRowCount> kRows = {{
     {u"rom",        nullptr,          nullptr,        nullptr,             u"Roland D-50 PCM ROM",                           kWave,      0,         0,                                                        nullptr},
     {u"rom",        nullptr,          nullptr,        nullptr,             u"Roland MT-32 PCM ROM",                          kWave,      0,         0,                                                        nullptr},
     {u"rom",        nullptr,          nullptr,        nullptr,             u"Roland MT-32 Control ROM",                      kInstrSet,  0,         0,                                                        nullptr},
-    {u"rmi",        nullptr,          nullptr,        nullptr,             u"RIFF-MIDI (DLS optional)",                      kSongBank,  0,         0,                                                        nullptr},
-    {u"rmi",        nullptr,          nullptr,        nullptr,             u"RIFF-MIDI w no instruments",                    kSong,      0x80000,   0,                                                        nullptr},
-    {u"rmi",        nullptr,          nullptr,        nullptr,             u"RIFF-MIDI w DLS level 1 instruments",           kSongSet,   0x80000,   1,                                                        nullptr},
-    {u"rmi",        nullptr,          nullptr,        nullptr,             u"RIFF-MIDI w DLS level 2 instruments",           kSongSet,   0x80000,   2,                                                        nullptr},
+    {u"rmi",        ReadRmi,          nullptr,        DetectRmi,           u"RIFF-MIDI (DLS optional)",                      kSongBank,  0,         0,                                                        nullptr},
+    {u"rmi",        nullptr,          WriteRmi,       nullptr,             u"RIFF-MIDI w no instruments",                    kSong,      0x80000,   0,                                                        nullptr},
+    {u"rmi",        nullptr,          WriteRmi,       nullptr,             u"RIFF-MIDI w DLS level 1 instruments",           kSongSet,   0x80000,   1,                                                        nullptr},
+    {u"rmi",        nullptr,          WriteRmi,       nullptr,             u"RIFF-MIDI w DLS level 2 instruments",           kSongSet,   0x80000,   2,                                                        nullptr},
     {u"rockwell",   ReadSpeech,       nullptr,        DetectNothing,       u"Rockwell ADPCM",                                kWave,      0,         SpeechVariant(SpeechCoding::Rockwell),                    nullptr},
     {u"rockwell-2", ReadSpeech,       nullptr,        DetectNothing,       u"Rockwell 2-bit ADPCM",                          kWave,      0,         SpeechVariant(SpeechCoding::Rockwell, 2),                 nullptr},
     {u"rockwell-3", ReadSpeech,       nullptr,        DetectNothing,       u"Rockwell 3-bit ADPCM",                          kWave,      0,         SpeechVariant(SpeechCoding::Rockwell, 3),                 nullptr},
@@ -625,7 +626,7 @@ constexpr std::array<FormatRow, kFormatRowCount> kRows = {{
     {u"xdi",        nullptr,          nullptr,        nullptr,             u"Dream SND5000 instrument (NAND)",               kInstr,     0,         0,                                                        nullptr},
     {u"xi",         nullptr,          nullptr,        nullptr,             u"Fast Tracker 2 instrument",                     kInstrWave, 0x118000,  0,                                                        nullptr},
     {u"xm",         nullptr,          nullptr,        nullptr,             u"Fast Tracker 2 module",                         kBank,      0,         0,                                                        nullptr},
-    {u"xmi",        nullptr,          nullptr,        nullptr,             u"MSS extended MIDI",                             kSongSet,   0x80000,   0,                                                        nullptr},
+    {u"xmi",        ReadXmi,          WriteXmi,       DetectXmi,           u"MSS extended MIDI",                             kSongSet,   0x80000,   0,                                                        nullptr},
     {u"xrni",       nullptr,          nullptr,        nullptr,             u"Renoise instrument",                            kInstr,     0,         0,                                                        nullptr},
     // 530
     {u"yadpcm",     ReadSpeech,       nullptr,        DetectNothing,       u"Raw Yamaha 4-bit ADPCM",                        kWave,      0,         SpeechVariant(SpeechCoding::Yamaha, 4),                   nullptr},

@@ -10,8 +10,9 @@ namespace {
 std::u16string LookBelow(PathFinder& finder, std::u16string_view folder, std::u16string_view name)
 {
     std::u16string found = finder.Find(JoinPath(folder, name));
-    if (found.empty() || !IsFile(found))
-        found = finder.Find(JoinPath(folder, name.substr(GetFileName(name))));
+    if (!found.empty() && IsFile(found))
+        return found;
+    found = finder.Find(JoinPath(folder, name.substr(GetFileName(name))));
     return !found.empty() && IsFile(found) ? found : std::u16string();
 }
 

@@ -1,6 +1,10 @@
 #include "formats/aiff/aiff_units.h"
 
+#include "base/text.h"
+
+#include <algorithm>
 #include <bit>
+#include <cmath>
 #include <limits>
 
 namespace vimbo {
@@ -8,6 +12,12 @@ namespace {
 
 constexpr int kExponentBias = 16383;
 constexpr std::uint32_t kMost = std::numeric_limits<std::uint32_t>::max();
+
+std::uint32_t ToFrame(double position, std::uint32_t frames) noexcept
+{
+    return position > 0 ? static_cast<std::uint32_t>(std::min(position + 0.5, static_cast<double>(frames)))
+                        : 0;
+}
 
 } // namespace
 
@@ -48,6 +58,32 @@ std::int16_t LoopTypeToMode(LoopType type) noexcept
     if (type == LoopType::Off)
         return 0;
     return type == LoopType::Alternating ? 2 : 1;
+}
+
+std::int16_t GainToInst(float gainDb) noexcept
+{
+    constexpr float kMost = 96; // of the parameter
+    return static_cast<std::int16_t>(std::lround(std::clamp(gainDb, -kMost, kMost)));
+}
+
+std::string MarkName(std::u16string_view name)
+{
+    constexpr std::size_t kMaxBytes = 255;
+    return WideToNarrow(name).substr(0, kMaxBytes);
+}
+
+std::optional<AiffRange> AiffLoopRange(const LoopInfo& loop, std::uint32_t frames) noexcept
+{
+    const AiffRange range{ToFrame(loop.start, frames), ToFrame(loop.end, frames)};
+    if (loop.type == LoopType::Off || range.begin >= range.end)
+        return std::nullopt;
+    return range;
+}
+
+const Marker* FindAiffReleaseLoop(const Waveform& wave, bool isLooped)
+{
+    const Marker* marker = isLooped ? wave.FindMarker(kAiffReleaseLoop) : nullptr;
+    return marker != nullptr && marker->isRange && marker->position < marker->end ? marker : nullptr;
 }
 
 } // namespace vimbo

@@ -13,32 +13,13 @@
 #include <array>
 #include <cmath>
 #include <limits>
-#include <optional>
 #include <string>
 #include <vector>
 
 namespace vimbo {
 namespace {
 
-constexpr std::size_t kMaxMarkNameBytes = 255;
-constexpr std::size_t kMaxMarks = 32767; ///< the format's ids are positive 16-bit numbers
 constexpr std::uint8_t kDefaultRootKey = 60;
-
-struct TextRow {
-    FourCc id;
-    ParamId text;
-};
-constexpr std::array kTexts = {
-    TextRow{FourCc{"NAME"}, kTextName},
-    TextRow{FourCc{"AUTH"}, kTextArtist},
-    TextRow{FourCc{"(c) "}, kTextCopyright},
-    TextRow{FourCc{"ANNO"}, kTextComments},
-};
-
-struct FrameRange {
-    std::uint32_t begin = 0;
-    std::uint32_t end = 0;
-};
 
 void WriteHead(ByteWriter& out, FourCc id, std::size_t bytes)
 {
@@ -58,9 +39,9 @@ public:
     /// @return the mark's id, 0 if there is no room for it
     std::uint16_t Add(std::uint32_t frame, std::u16string_view name)
     {
-        if (count_ == kMaxMarks)
+        if (count_ == kMaxAiffMarks)
             return 0;
-        const std::string text = WideToNarrow(name).substr(0, kMaxMarkNameBytes);
+        const std::string text = MarkName(name);
         body_.Write(MarkHead{++count_, frame});
         body_.Write(static_cast<std::uint8_t>(text.size()));
         body_.Append(text);
@@ -83,28 +64,7 @@ private:
     ByteWriter body_;
 };
 
-std::uint32_t ToFrame(double position, std::uint32_t frames) noexcept
-{
-    return position > 0 ? static_cast<std::uint32_t>(std::min(position + 0.5, static_cast<double>(frames)))
-                        : 0;
-}
-
-std::optional<FrameRange> LoopRange(const LoopInfo& loop, std::uint32_t frames) noexcept
-{
-    const FrameRange range{ToFrame(loop.start, frames), ToFrame(loop.end, frames)};
-    if (loop.type == LoopType::Off || range.begin >= range.end)
-        return std::nullopt;
-    return range;
-}
-
-/// The marker that stands for the release loop; null without a loop, where it is a marker like any other.
-const Marker* FindReleaseLoop(const Waveform& wave, bool isLooped)
-{
-    const Marker* marker = isLooped ? wave.FindMarker(kAiffReleaseLoop) : nullptr;
-    return marker != nullptr && marker->isRange && marker->position < marker->end ? marker : nullptr;
-}
-
-InstLoop AddLoop(MarkList& marks, const FrameRange& range, LoopType type, std::u16string_view beginName,
+InstLoop AddLoop(MarkList& marks, const AiffRange& range, LoopType type, std::u16string_view beginName,
                  std::u16string_view endName)
 {
     InstLoop loop;
@@ -117,8 +77,8 @@ InstLoop AddLoop(MarkList& marks, const FrameRange& range, LoopType type, std::u
 /// Loops and markers as marks, and what refers to them.
 void AddMarks(const Waveform& wave, std::uint32_t frames, MarkList& marks, AiffInst& inst)
 {
-    const auto range = LoopRange(wave.loop, frames);
-    const Marker* release = FindReleaseLoop(wave, range.has_value());
+    const auto range = AiffLoopRange(wave.loop, frames);
+    const Marker* release = FindAiffReleaseLoop(wave, range.has_value());
     if (release != nullptr) {
         inst.sustain = AddLoop(marks, *range, wave.loop.type, u"sust loop begin", u"sust loop end");
         inst.release = AddLoop(marks, {release->position, release->end}, LoopType::Forward, u"rel loop begin",
@@ -138,17 +98,19 @@ void AddMarks(const Waveform& wave, std::uint32_t frames, MarkList& marks, AiffI
 void WriteInst(ByteWriter& out, const Waveform& wave, AiffInst inst)
 {
     const bool isLooped = inst.sustain.mode.Get() != 0;
-    if (!isLooped && wave.rootKey == kDefaultRootKey && wave.fineTune == 0)
+    const std::int16_t gainDb = GainToInst(wave.volume);
+    if (!isLooped && wave.rootKey == kDefaultRootKey && wave.fineTune == 0 && gainDb == 0)
         return;
     inst.baseNote = static_cast<std::int8_t>(std::min<int>(wave.rootKey, 127));
     inst.detune = wave.fineTune;
+    inst.gainDb = gainDb;
     WriteHead(out, FourCc{"INST"}, sizeof(inst));
     out.Write(inst);
 }
 
 void WriteTexts(ByteWriter& out, const Waveform& wave)
 {
-    for (const TextRow& row : kTexts) {
+    for (const AiffText& row : kAiffTexts) {
         const std::string& text = wave.GetTextNarrow(row.text);
         if (text.empty())
             continue;
@@ -207,6 +169,7 @@ bool WriteWaveform(Waveform& wave, FileObject& file, FormatChoice choice)
     const unsigned bits = DataFormatBits(format);
     const std::uint64_t dataBytes = std::uint64_t{frames} * channels * (bits / 8);
 
+    NoteAiffLosses(wave, format, channels, frames);
     const ByteWriter chunks = MakeChunks(wave, channels, frames, bits);
     const std::uint64_t soundBytes = sizeof(SsndHead) + dataBytes;
     const std::uint64_t formBytes =

@@ -1,7 +1,6 @@
 #include "formats/dls/dls_build.h"
 
 #include "base/last_error.h"
-#include "codecs/ima.h"
 #include "formats/dls/dls.h"
 #include "formats/format_choice.h"
 #include "model/key_velocity_grid.h"
@@ -26,8 +25,6 @@ constexpr std::array kCodings = {
     Coding{DataFormat::ALaw, SampleCoding::ALaw, 6, 8},
     Coding{DataFormat::Adpcm4, {}, 17, 4, true},
 };
-constexpr std::uint32_t kImaBlockBytes = 512; ///< of a channel
-constexpr std::uint32_t kImaBlockFrames = 1017;
 constexpr float kHardPan = 0.75f;
 
 /// Null with the Last error text if there is no encoder.

@@ -15,6 +15,10 @@
 
 namespace vimbo::dls {
 
+/// IMA ADPCM, of a channel.
+inline constexpr std::size_t kImaBlockBytes = 512;
+inline constexpr std::uint16_t kImaBlockFrames = 1017;
+
 /// How samples of an encoding stand in a `fmt ` chunk.
 struct Coding {
     DataFormat format;
@@ -45,6 +49,9 @@ struct WaveList {
 /// they may stay, or are to be mixed. @return false with the Last error text if there is no encoder
 [[nodiscard]] bool ListWaves(const ExportSet& set, const FormatChoice& choice, WaveList& out);
 
+/// Appends the waveform's samples, as many bytes as DataBytes says. @return false with the Last error text
+[[nodiscard]] bool WriteFrames(const OutWave& wave, FileObject& file);
+
 /// A region, or one side of it.
 struct OutRegion {
     const Region* region = nullptr;
@@ -70,12 +77,5 @@ struct OutRecord {
 OutRecord RecordOf(const Waveform& wave) noexcept;
 OutRecord RecordOf(const OutRegion& region, const Waveform& wave) noexcept;
 bool IsSame(const OutRecord& a, const OutRecord& b) noexcept;
-
-// What the bank cannot hold.
-void NoteWaves(ConversionNotes& notes, const ExportSet& set, const WaveList& waves);
-void NoteInstrument(ConversionNotes& notes, const OutInstrument& out, const WaveList& waves);
-/// Songs and instruments that do not reach the bank.
-void NoteRest(ConversionNotes& notes, const Item& root, const ExportSet& set,
-              const std::vector<OutInstrument>& instruments);
 
 } // namespace vimbo::dls

@@ -1,6 +1,7 @@
 // What a DLS bank cannot hold of a collection.
+#include "formats/dls/dls_losses.h"
 #include "base/text.h"
-#include "formats/dls/dls_build.h"
+#include "formats/dls/dls.h"
 #include "formats/wave/wave_texts.h"
 #include "model/collection.h"
 #include "model/song.h"
@@ -48,66 +49,92 @@ void NoteRegion(ConversionNotes& notes, const OutRegion& out, const Waveform& wa
             notes.Param(region, id, region.GetParam(id), 0, u"the format plays whole waveforms");
 }
 
-void NoteEffects(ConversionNotes& notes, const Instrument& instrument)
+/// True if any region says something of the way to an effect; otherwise nothing of it is in the file.
+bool IsSentTo(const OutInstrument& out, std::uint16_t destination) noexcept
 {
-    for (std::size_t slot = 0; slot < kChannelFxSlots; ++slot) {
-        const ChannelFxType type = instrument.channelFx[slot].type;
-        if (type == ChannelFxType::None || type == ChannelFxType::Reverb || type == ChannelFxType::Chorus)
-            continue;
-        notes.Add({.fidelity = Fidelity::Lost,
+    return std::ranges::any_of(out.regions, [&](const OutRegion& region) {
+        return std::ranges::find(region.sound.connections, destination, &Connection::destination) !=
+               region.sound.connections.end();
+    });
+}
+
+void NoteEffects(ConversionNotes& notes, const OutInstrument& out, std::uint32_t level)
+{
+    const Instrument& instrument = *out.instrument;
+    const SendSlots sends = FindSends(instrument);
+    const auto note = [&](std::size_t slot, Fidelity fidelity, std::u16string_view reason) {
+        notes.Add({.fidelity = fidelity,
                    .topic = NoteTopic::Effect,
                    .item = ItemPath(instrument),
                    .what = u"Channel effect " + std::u16string(1, static_cast<char16_t>(u'1' + slot)),
                    .from = {},
                    .to = {},
-                   .reason = u"the format has sends to reverb and chorus only"});
+                   .reason = std::u16string(reason)});
+    };
+    for (std::size_t slot = 0; slot < kChannelFxSlots; ++slot) {
+        const ChannelFx& fx = instrument.channelFx[slot];
+        if (fx.type == ChannelFxType::None)
+            continue;
+        const bool isReverb = sends.reverb == slot;
+        if (level < kDlsLevel2)
+            note(slot, Fidelity::Lost, u"level 1 has no effects");
+        else if (!isReverb && sends.chorus != slot)
+            note(slot, Fidelity::Lost, u"the format has sends to one reverb and one chorus only");
+        else if (!IsSentTo(out, isReverb ? kDstReverb : kDstChorus))
+            note(slot, Fidelity::Lost, u"no region sends more or less to it than by default");
+        else if (fx != (isReverb ? kDefaultReverb : kDefaultChorus))
+            note(slot, Fidelity::Approximated, u"only its kind is kept");
     }
 }
 
 void NoteLayer(ConversionNotes& notes, const Layer& layer, const WaveList& waves)
 {
-    std::u16string_view name = layer.GetName();
-    name = name.substr(0, name.find(u':'));
-    if (!name.empty() && !name.starts_with(u"Layer ")) // those come back by themselves
-        notes.Name(layer, u"", u"the format has no names of layers");
+    notes.LayerName(layer);
     for (const Region* region : layer.Regions())
         if (!waves.places.contains(region->Wave()))
             notes.Dropped(*region, region->Synth() != nullptr ? u"the format has no synthesis models"
                                                               : u"it has no waveform");
 }
 
-std::u16string WidthText(unsigned bits)
-{
-    return NarrowToWide(std::to_string(bits) + "-bit");
-}
-
-/// Linear samples of fewer bits than the waveform has, and codings that lose something.
-void NoteCoding(ConversionNotes& notes, const OutWave& out)
-{
-    const Waveform& wave = *out.wave;
-    const Coding& coding = *out.coding;
-    const bool isLinear = coding.tag == 1 || coding.tag == 3;
-    const bool isKept = isLinear ? wave.bits <= coding.bits : wave.SourceFormat() == coding.format;
-    if (!isKept)
-        notes.Add({.fidelity = Fidelity::Approximated,
-                   .topic = NoteTopic::Waveform,
-                   .item = ItemPath(wave),
-                   .what = u"Samples",
-                   .from = WidthText(wave.bits),
-                   .to = isLinear ? WidthText(coding.bits) : std::u16string(DataFormatName(coding.format)),
-                   .reason = {}});
-}
-
 } // namespace
 
-void NoteInstrument(ConversionNotes& notes, const OutInstrument& out, const WaveList& waves)
+void TellLosses(Host& host, const ReadLosses& losses)
+{
+    if (!host.WantsNotes())
+        return;
+    const auto note = [&](NoteTopic topic, std::u16string_view what, std::uint64_t count,
+                          std::u16string_view reason) {
+        if (count != 0)
+            host.NoteConversion({.fidelity = Fidelity::Lost,
+                                 .topic = topic,
+                                 .item = {},
+                                 .what = std::u16string(what),
+                                 .from = {},
+                                 .to = {},
+                                 .reason = std::u16string(reason),
+                                 .count = count});
+    };
+    note(NoteTopic::Region, u"Regions", losses.missingCues, u"Missing cue");
+    note(NoteTopic::Region, u"Regions", losses.missingWaves, u"Missing wave");
+    note(NoteTopic::Region, u"Regions", losses.stackedTooHigh, u"too many of them overlap");
+    note(NoteTopic::Region, u"Conditions", losses.conditions, u"all that is in the bank is read");
+    note(NoteTopic::Loop, u"Further loops", losses.loops, u"a region has one loop");
+    note(NoteTopic::Parameter, u"Connections", losses.connections, u"there are no such parameters");
+    note(NoteTopic::Effect, u"Sends", losses.sends, u"the instrument has no free effect slot");
+    note(NoteTopic::Song, u"Songs", losses.songs,
+         u"they are no RIFF-MIDI images, or lie in a bank in a song");
+    note(NoteTopic::Waveform, u"Waveforms", losses.waves, u"their encoding is not known");
+}
+
+void NoteInstrument(ConversionNotes& notes, const OutInstrument& out, const WaveList& waves,
+                    std::uint32_t level)
 {
     if (!notes.IsWanted())
         return;
     const Instrument& instrument = *out.instrument;
     notes.Name(instrument, NarrowToWide(instrument.GetTextNarrow(kTextName)), u"the format has 8-bit names");
     NoteTexts(notes, instrument);
-    NoteEffects(notes, instrument);
+    NoteEffects(notes, out, level);
     for (const Layer* layer : instrument.Layers())
         NoteLayer(notes, *layer, waves);
     for (const OutRegion& region : out.regions)
@@ -125,35 +152,33 @@ void NoteWaves(ConversionNotes& notes, const ExportSet& set, const WaveList& wav
             continue;
         notes.Name(wave, NarrowToWide(wave.GetTextNarrow(kTextName)), u"the format has 8-bit names");
         NoteTexts(notes, wave);
-        NoteCoding(notes, out);
+        notes.Samples(wave, out.coding->format,
+                      out.channel == OutWave::kWhole ? out.channels : wave.channels);
         notes.Loop(wave, wave.loop, HeldLoop(RecordOf(wave)));
-        if (!wave.markers.empty())
-            notes.Add({.fidelity = Fidelity::Lost,
-                       .topic = NoteTopic::Waveform,
-                       .item = ItemPath(wave),
-                       .what = u"Markers",
-                       .from = {},
-                       .to = {},
-                       .reason = u"the format has none",
-                       .count = wave.markers.size()});
+        notes.Markers(wave, wave.markers.size(), u"the format has none");
     }
     for (const Waveform* wave : set.Waveforms())
         if (!waves.places.contains(wave))
             notes.Dropped(*wave, u"it has no samples");
 }
 
-void NoteRest(ConversionNotes& notes, const Item& root, const ExportSet& set,
+void NoteBank(ConversionNotes& notes, const Item& root, const ExportSet& set,
               const std::vector<OutInstrument>& instruments)
 {
     if (!notes.IsWanted())
         return;
+    if (root.Kind() == ItemKind::Collection)
+        NoteTexts(notes, static_cast<const TextItem&>(root));
     for (const Instrument* instrument : set.Instruments())
         if (std::ranges::find(instruments, instrument, &OutInstrument::instrument) == instruments.end())
             notes.Dropped(*instrument, u"it plays no waveform");
-    // FIXME: the extended levels have a place for a song's RIFF-MIDI image (`lRMI`).
-    if (root.Kind() == ItemKind::Collection)
+}
+
+void NoteSongs(ConversionNotes& notes, const Item& root)
+{
+    if (notes.IsWanted() && root.Kind() == ItemKind::Collection)
         for (const Song& song : root.Owner().All<Song>())
-            notes.Dropped(song, u"songs are not written to this format");
+            notes.Dropped(song, u"only the extended levels hold a song");
 }
 
 } // namespace vimbo::dls

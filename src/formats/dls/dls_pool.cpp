@@ -73,9 +73,10 @@ bool Pool::ReadTable(ChunkCursor& chunk)
     return cues_.size() == count || Fail(kDamaged);
 }
 
-void Pool::ReadWaves(Collection& items, FileObject& file, ChunkCursor list)
+std::uint64_t Pool::ReadWaves(Collection& items, FileObject& file, ChunkCursor list)
 {
     std::optional<std::uint64_t> origin;
+    std::uint64_t unreadable = 0;
     FourCc type;
     while (list.Next()) {
         const std::uint64_t place = list.Start() - sizeof(RiffChunkHead);
@@ -85,7 +86,9 @@ void Pool::ReadWaves(Collection& items, FileObject& file, ChunkCursor list)
             continue;
         byOffset_.emplace(place - *origin, entries_.size());
         entries_.push_back({MakeWave(items, file, list, entries_.size()), FindRecord(list.Inner())});
+        unreadable += entries_.back().wave == nullptr ? 1 : 0;
     }
+    return unreadable;
 }
 
 Pool::Entry* Pool::Find(std::uint32_t cue) noexcept

@@ -32,7 +32,8 @@ public:
     bool HasTable() const noexcept { return hasTable_; }
 
     /// Makes the waveforms of the list behind `wvpl`, in the order of the file. Samples stay where they are.
-    void ReadWaves(Collection& items, FileObject& file, ChunkCursor list);
+    /// @return how many can't be described
+    std::uint64_t ReadWaves(Collection& items, FileObject& file, ChunkCursor list);
 
     /// Null: no such cue. Without a table, cues are the waveforms in the order of the file.
     Entry* Find(std::uint32_t cue) noexcept;

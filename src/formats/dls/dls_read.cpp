@@ -2,10 +2,11 @@
 #include "base/last_error.h"
 #include "base/text.h"
 #include "formats/dls/dls.h"
-#include "formats/dls/dls_pool.h"
+#include "formats/dls/dls_losses.h"
+#include "formats/dls/dls_regions.h"
 #include "formats/dls/dls_units.h"
+#include "formats/midi/midi.h"
 #include "formats/wave/wave_texts.h"
-#include "model/key_velocity_grid.h"
 
 #include <algorithm>
 #include <cctype>
@@ -16,112 +17,13 @@ namespace vimbo {
 namespace dls {
 namespace {
 
-/// More regions are no bank but an attempt to exhaust memory; so are more on top of each other.
+/// More regions are no bank but an attempt to exhaust memory.
 constexpr std::size_t kMaxRegions = std::size_t{1} << 18;
-constexpr std::size_t kMaxLayers = 512;
-constexpr std::size_t kMaxConnections = 4096; ///< of one list; the format knows about a hundred
 constexpr std::size_t kMaxTextBytes = 1024;
 constexpr std::u16string_view kTitle = u"Vimbo Studio";
 constexpr std::u16string_view kMissingTable = u"DLS parser warning: Mandatory 'ptbl' chunk is missing, will "
                                               u"attempt to read file anyway, but may not be "
                                               u"correct!";
-
-bool IsList(ChunkCursor& chunk, FourCc& type) noexcept
-{
-    return chunk.Id() == FourCc{"LIST"} && chunk.Read(type);
-}
-
-/// Appends the blocks of `art1` and `art2`.
-void ReadConnections(ChunkCursor list, std::vector<Connection>& out)
-{
-    while (list.Next()) {
-        TableHead head;
-        if ((list.Id() != FourCc{"art1"} && list.Id() != FourCc{"art2"}) || !list.Read(head))
-            continue;
-        if (head.bytes.Get() > sizeof(head))
-            list.Skip(head.bytes.Get() - sizeof(head));
-        ConnectionBlock block;
-        for (std::uint32_t i = 0; i < head.count.Get() && out.size() < kMaxConnections && list.Read(block);
-             ++i)
-            out.push_back({block.source.Get(), block.control.Get(), block.destination.Get(),
-                           block.transform.Get(), block.scale.Get()});
-    }
-}
-
-bool IsArticulation(FourCc type) noexcept
-{
-    return type == FourCc{"lart"} || type == FourCc{"lar2"};
-}
-
-/// A region as the file has it.
-struct RegionParts {
-    RegionHeader header{};
-    unsigned layer = 0;
-    WaveLink link{};
-    bool hasLink = false;
-    std::optional<SampleRecord> sample;
-    std::vector<Connection> connections;
-};
-
-RegionParts ReadRegion(ChunkCursor list)
-{
-    RegionParts parts;
-    while (list.Next()) {
-        FourCc type;
-        if (list.Id() == FourCc{"rgnh"} && list.Read(parts.header)) {
-            U16le layer;
-            if (list.Read(layer))
-                parts.layer = layer.Get();
-        } else if (list.Id() == FourCc{"wlnk"}) {
-            parts.hasLink = list.Read(parts.link);
-        } else if (list.Id() == FourCc{"wsmp"}) {
-            parts.sample = ReadSampleRecord(list);
-        } else if (IsList(list, type) && IsArticulation(type)) {
-            ReadConnections(list.Inner(), parts.connections);
-        }
-    }
-    return parts;
-}
-
-MidiRange RangeOf(U16le low, U16le high) noexcept
-{
-    const auto edge = [](U16le word) {
-        return static_cast<std::uint8_t>(std::min<unsigned>(word.Get(), 127));
-    };
-    const MidiRange range{edge(low), edge(high)};
-    return range.low <= range.high ? range : MidiRange{range.high, range.low};
-}
-
-/// The layers of an instrument: those that the file numbers, and further ones for what overlaps.
-class LayerStack {
-public:
-    explicit LayerStack(Instrument& instrument) noexcept : instrument_(instrument) {}
-
-    /// Null if too many regions lie on top of each other.
-    Layer* LayerFor(unsigned number, const Zone& zone)
-    {
-        const auto free = std::ranges::find_if(
-            layers_, [&](const Place& at) { return at.number == number && at.grid.IsFree(zone); });
-        if (free != layers_.end()) {
-            free->grid.Add(zone);
-            return free->layer;
-        }
-        if (layers_.size() == kMaxLayers)
-            return nullptr;
-        layers_.push_back({number, &instrument_.AddLayer(), {}});
-        layers_.back().grid.Add(zone);
-        return layers_.back().layer;
-    }
-
-private:
-    struct Place {
-        unsigned number;
-        Layer* layer;
-        KeyVelocityGrid grid;
-    };
-    Instrument& instrument_;
-    std::vector<Place> layers_;
-};
 
 /// The articulations of an instrument's regions, many of which are equal; equal ones share their values.
 class Articulations {
@@ -165,50 +67,6 @@ private:
     std::map<std::pair<std::vector<Connection>, RegionLevel>, ArticulationBlock> blocks_;
 };
 
-/// Regions of a phase group, from which pairs are to be found.
-struct PhaseLink {
-    Region* region;
-    unsigned group;
-    std::uint32_t channel;
-    bool isMaster;
-    bool saysPan;
-};
-
-/// A pair has one region at each side, of the same ranges; the left one leads. Its halves go to the sides,
-/// unless they say where they stand. All others keep their group.
-void SettlePhaseGroups(std::vector<PhaseLink>& links)
-{
-    using Key = std::array<unsigned, 3>;
-    std::map<Key, std::vector<PhaseLink*>> rights;
-    const auto keyOf = [](const PhaseLink& link) {
-        const TriggerParams& trigger = link.region->trigger;
-        return Key{trigger.keys.Word(), trigger.velocities.Word(), link.group};
-    };
-    for (PhaseLink& link : links)
-        if (link.channel == kChannelRight)
-            rights[keyOf(link)].push_back(&link);
-    for (auto& [key, list] : rights)
-        std::ranges::reverse(list); // taken from the back
-    const auto place = [](PhaseLink& link, float pan) {
-        if (!link.saysPan)
-            link.region->articulation.Set(kArtPan, pan);
-        link.region = nullptr;
-    };
-    for (PhaseLink& link : links) {
-        const auto found = link.channel == kChannelLeft ? rights.find(keyOf(link)) : rights.end();
-        if (found == rights.end() || found->second.empty())
-            continue;
-        place(*found->second.back(), 1);
-        found->second.pop_back();
-        place(link, -1);
-    }
-    for (const PhaseLink& link : links)
-        if (link.region != nullptr) {
-            link.region->phaseGroup = static_cast<std::uint16_t>(link.group);
-            link.region->phaseMaster = link.isMaster ? 1 : 0;
-        }
-}
-
 std::u16string DefaultInstrumentName(MidiLocation location)
 {
     const std::string text = std::string(location.IsDrum() ? "Drums" : "Instrument") + " " +
@@ -245,10 +103,13 @@ bool IsFromEarlierVersion(std::string_view software) noexcept
     return major * 100 + minor <= kLastSplitting;
 }
 
+enum class Songs : bool { LeaveOut, Read };
+
 class BankReader {
 public:
-    BankReader(Collection& items, FileObject& file, std::uint64_t start, std::uint64_t end) noexcept
-        : items_(items), file_(file), chunks_(file, start, end, std::endian::little)
+    BankReader(Collection& items, FileObject& file, std::uint64_t start, std::uint64_t end,
+               Songs songs) noexcept
+        : items_(items), file_(file), chunks_(file, start, end, std::endian::little), takesSongs_(songs)
     {
     }
 
@@ -260,7 +121,7 @@ public:
         if (waves) {
             if (!pool_.HasTable())
                 items_.GetHost().ShowMessage(kMissingTable, kTitle, MessageIcon::Warning);
-            pool_.ReadWaves(items_, file_, *waves);
+            losses_.waves = pool_.ReadWaves(items_, file_, *waves);
         }
         if (instruments && !ReadInstruments(*instruments))
             return Fail(u"The DLS bank has too many regions");
@@ -269,6 +130,7 @@ public:
         const auto all = items_.All<Instrument>();
         if (isEarlier_ && all.begin() != all.end())
             (*all.begin()).CompactLayers(MoveParamsUp::No, KeepArticulation::Yes);
+        ReadSongs();
         ReportLosses();
         return true;
     }
@@ -288,9 +150,20 @@ private:
                     waves.emplace(chunks_.Inner());
                 else if (type == FourCc{"INFO"})
                     ReadTexts(chunks_.Inner());
+                else if (type == FourCc{"lRMI"})
+                    songs_.push_back({chunks_.Start() + sizeof(type), chunks_.Left()});
             }
         }
         return true;
+    }
+
+    void ReadSongs()
+    {
+        for (const auto& [start, length] : songs_) {
+            Song* song = nullptr;
+            if (takesSongs_ == Songs::LeaveOut || !midi::ReadRmiRange(items_, file_, start, length, song))
+                ++losses_.songs;
+        }
     }
 
     void ReadTexts(ChunkCursor tags)
@@ -319,6 +192,8 @@ private:
             FourCc type;
             if (list.Id() == FourCc{"insh"})
                 static_cast<void>(list.Read(header));
+            else if (list.Id() == FourCc{"cdl "})
+                ++losses_.conditions;
             else if (!IsList(list, type))
                 continue;
             else if (type == FourCc{"lrgn"})
@@ -329,7 +204,8 @@ private:
                 texts.push_back(list.Inner());
         }
         Instrument& instrument = MakeInstrument(header, texts);
-        Articulations articulations(instrument, lostSends_);
+        losses_.connections += CountUnknown(common);
+        Articulations articulations(instrument, losses_.sends);
         articulations.SetCommon(std::move(common));
         return std::ranges::all_of(
             regions, [&](const ChunkCursor& inner) { return ReadRegions(instrument, inner, articulations); });
@@ -361,6 +237,9 @@ private:
             if (++regions_ > kMaxRegions)
                 return false;
             const RegionParts parts = ReadRegion(list.Inner());
+            losses_.conditions += parts.isConditional ? 1 : 0;
+            losses_.connections += CountUnknown(parts.connections);
+            losses_.loops += parts.sample && parts.sample->head.loopCount.Get() > 1 ? 1 : 0;
             Region* region = AddRegion(layers, parts, articulations);
             const WaveLink& link = parts.link;
             if (region != nullptr && link.phaseGroup.Get() != 0)
@@ -376,7 +255,7 @@ private:
     {
         Pool::Entry* entry = parts.hasLink ? pool_.Find(parts.link.tableIndex.Get()) : nullptr;
         if (entry == nullptr || entry->wave == nullptr) {
-            ++(entry == nullptr ? missingCues_ : missingWaves_);
+            ++(entry == nullptr ? losses_.missingCues : losses_.missingWaves);
             return nullptr;
         }
         const RegionHeader& header = parts.header;
@@ -384,7 +263,7 @@ private:
         const MidiRange velocities = RangeOf(header.lowVelocity, header.highVelocity);
         Layer* layer = layers.LayerFor(parts.layer, Zone(keys, velocities));
         if (layer == nullptr) {
-            ++stackedTooHigh_;
+            ++losses_.stackedTooHigh;
             return nullptr;
         }
         Region& region = layer->AddRegion(entry->wave->Handle(), keys, velocities);
@@ -431,45 +310,29 @@ private:
     void ReportLosses() const
     {
         Host& host = items_.GetHost();
-        if (missingCues_ != 0)
+        if (losses_.missingCues != 0)
             host.ShowMessage(u"Missing cue", kTitle, MessageIcon::Warning);
-        if (missingWaves_ != 0)
+        if (losses_.missingWaves != 0)
             host.ShowMessage(u"Missing wave", kTitle, MessageIcon::Warning);
-        if (!host.WantsNotes())
-            return;
-        Note(NoteTopic::Region, u"Regions", missingCues_, u"Missing cue");
-        Note(NoteTopic::Region, u"Regions", missingWaves_, u"Missing wave");
-        Note(NoteTopic::Region, u"Regions", stackedTooHigh_, u"too many of them overlap");
-        Note(NoteTopic::Effect, u"Sends", lostSends_, u"the instrument has no free effect slot");
-    }
-
-    void Note(NoteTopic topic, std::u16string_view what, std::uint64_t count,
-              std::u16string_view reason) const
-    {
-        if (count != 0)
-            items_.GetHost().NoteConversion({.fidelity = Fidelity::Lost,
-                                             .topic = topic,
-                                             .item = {},
-                                             .what = std::u16string(what),
-                                             .from = {},
-                                             .to = {},
-                                             .reason = std::u16string(reason),
-                                             .count = count});
+        TellLosses(host, losses_);
     }
 
     Collection& items_;
     FileObject& file_;
     ChunkCursor chunks_;
     Pool pool_;
+    Songs takesSongs_;
+    struct Range {
+        std::uint64_t start, length;
+    };
+    std::vector<Range> songs_; ///< images in the file
     bool isEarlier_ = false;
     std::size_t regions_ = 0;
-    std::uint64_t missingCues_ = 0, missingWaves_ = 0, stackedTooHigh_ = 0, lostSends_ = 0;
+    ReadLosses losses_;
 };
 
-} // namespace
-} // namespace dls
-
-bool ReadDlsRange(Collection& collection, FileObject& file, std::uint64_t start, std::uint64_t length)
+bool ReadRange(Collection& collection, FileObject& file, std::uint64_t start, std::uint64_t length,
+               Songs songs)
 {
     RiffFormHead form;
     const std::uint64_t size = file.Size();
@@ -483,12 +346,20 @@ bool ReadDlsRange(Collection& collection, FileObject& file, std::uint64_t start,
     if (claimed >= kSmallest && claimed != kOpen)
         room = std::min<std::uint64_t>(room, sizeof(RiffChunkHead) + std::uint64_t{claimed});
     const std::uint64_t end = start + room;
-    return dls::BankReader(collection, file, std::min(start + sizeof(form), end), end).Read();
+    return BankReader(collection, file, std::min(start + sizeof(form), end), end, songs).Read();
+}
+
+} // namespace
+} // namespace dls
+
+bool ReadDlsRange(Collection& collection, FileObject& file, std::uint64_t start, std::uint64_t length)
+{
+    return dls::ReadRange(collection, file, start, length, dls::Songs::LeaveOut);
 }
 
 bool ReadDls(Collection& collection, FileObject& file, std::uint32_t /*variant*/)
 {
-    return ReadDlsRange(collection, file, 0, file.Size());
+    return dls::ReadRange(collection, file, 0, file.Size(), dls::Songs::Read);
 }
 
 int DetectDls(std::span<const std::byte> head, std::uint32_t /*variant*/, std::uint64_t /*fileSize*/)

@@ -57,12 +57,16 @@ enum Source : std::uint16_t {
     kSrcVelocity = 2,
     kSrcKey = 3,
     kSrcEg2 = 5,
+    kSrcPitchWheel = 6,
     kSrcPressure = 8,
     kSrcVibrato = 9,
     kSrcWheel = 129,
+    kSrcCc7 = 135,
     kSrcCc10 = 138,
+    kSrcCc11 = 139,
     kSrcCc91 = 219,
-    kSrcCc93 = 221
+    kSrcCc93 = 221,
+    kSrcWheelRange = 256 ///< registered parameter 0
 };
 
 enum Destination : std::uint16_t {

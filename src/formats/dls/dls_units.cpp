@@ -227,6 +227,62 @@ Sound WriteSound(const ArticulationBlock& block, const SendSlots& sends, std::ui
     return sound;
 }
 
+template <std::size_t Count>
+bool HasRow(const std::array<Linear, Count>& rows, const Connection& at) noexcept
+{
+    return std::ranges::any_of(rows, [&](const Linear& row) {
+        return row.source == at.source && row.destination == at.destination;
+    });
+}
+
+/// Values, times of the envelopes and what is there in every player: volume and expression controllers, and
+/// the pitch wheel with its range.
+bool IsKnownSource(const Connection& at) noexcept
+{
+    const std::uint16_t to = at.destination;
+    switch (at.source) {
+    case kSrcNone:
+        return to == kDstEarlyPan || to == kDstPitch || to == kDstCutoff || to == kDstChorus ||
+               to == kDstReverb || to == kDstLfoFrequency || to == kDstLfoDelay ||
+               to == kDstVibratoFrequency || to == kDstVibratoDelay ||
+               (to >= kDstEg1 && to <= kDstEg1 + kEgShutdown) || (to >= kDstEg2 && to <= kDstEg2 + kEgHold);
+    case kSrcVelocity:
+        return to == kDstCutoff || to == kDstEg1 + kEgAttack || to == kDstEg1 + kEgDecay ||
+               to == kDstEg2 + kEgAttack || to == kDstEg2 + kEgDecay;
+    case kSrcKey:
+        return to == kDstEg1 + kEgDecay || to == kDstEg1 + kEgHold || to == kDstEg2 + kEgDecay ||
+               to == kDstEg2 + kEgHold;
+    case kSrcLfo:
+        return to == kDstPan;
+    case kSrcEg2:
+        return to == kDstPitch || to == kDstCutoff || to == kDstPan;
+    case kSrcCc91:
+        return to == kDstReverb;
+    case kSrcCc93:
+        return to == kDstChorus;
+    case kSrcCc7:
+    case kSrcCc11:
+        return to == kDstGain;
+    default:
+        return false;
+    }
+}
+
+bool IsKnown(const Connection& at) noexcept
+{
+    if (at.source == kSrcPitchWheel && at.control == kSrcWheelRange && at.destination == kDstPitch)
+        return true;
+    const bool isDepth =
+        (at.source == kSrcVibrato && at.destination == kDstPitch) ||
+        (at.source == kSrcLfo &&
+         (at.destination == kDstPitch || at.destination == kDstGain || at.destination == kDstCutoff));
+    if (isDepth)
+        return at.control == kSrcNone || at.control == kSrcWheel || at.control == kSrcPressure ||
+               at.control == kSrcVelocity;
+    return at.control == kSrcNone &&
+           (IsKnownSource(at) || HasRow(kLevelValues, at) || HasRow(kFilterValues, at));
+}
+
 } // namespace
 
 float Stored(ParamId id, double value) noexcept
@@ -289,6 +345,12 @@ bool SaysPan(std::span<const Connection> connections) noexcept
 {
     const ConnectionTable table(connections);
     return table.Find(kDstPan) != nullptr || table.Find(kDstEarlyPan) != nullptr;
+}
+
+std::uint64_t CountUnknown(std::span<const Connection> connections) noexcept
+{
+    return static_cast<std::uint64_t>(
+        std::ranges::count_if(connections, [](const Connection& at) { return !IsKnown(at); }));
 }
 
 ArticulationBlock ToArticulation(std::span<const Connection> connections, const RegionLevel& level,

@@ -49,6 +49,9 @@ struct RegionLevel {
 ArticulationBlock ToArticulation(std::span<const Connection> connections, const RegionLevel& level,
                                  const SendSlots& sends);
 
+/// How many connections mean nothing to ToArticulation. Those that every player has by itself do not count.
+std::uint64_t CountUnknown(std::span<const Connection> connections) noexcept;
+
 /// True if the connections place the sound between left and right.
 bool SaysPan(std::span<const Connection> connections) noexcept;
 

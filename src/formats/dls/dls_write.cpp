@@ -2,12 +2,15 @@
 // from their sources to the file in pieces.
 #include "base/last_error.h"
 #include "base/text.h"
-#include "codecs/ima.h"
 #include "formats/dls/dls.h"
 #include "formats/dls/dls_build.h"
+#include "formats/dls/dls_losses.h"
+#include "formats/midi/midi.h"
+#include "formats/midi/midi_losses.h"
 #include "formats/wave/wave_records.h"
 #include "formats/wave/wave_texts.h"
 #include "model/collection.h"
+#include "model/song.h"
 
 #include <algorithm>
 #include <limits>
@@ -16,9 +19,6 @@ namespace vimbo {
 namespace dls {
 namespace {
 
-constexpr std::size_t kImaBlockBytes = 512; ///< of a channel
-constexpr std::uint16_t kImaBlockFrames = 1017;
-constexpr std::size_t kPieceFrames = std::size_t{64} * kImaBlockFrames;
 constexpr std::string_view kSoftware = "Vimbo Studio v12.7";
 constexpr std::size_t kSoftwareBytes = 20;
 constexpr std::u16string_view kCannotWrite = u"Couldn't write to file!";
@@ -182,83 +182,12 @@ bool Put(FileObject& file, std::span<const std::byte> bytes)
     return file.WriteAll(bytes) || Fail(kCannotWrite);
 }
 
-/// The frames of one waveform on their way to the file.
-class WaveWriter {
-public:
-    WaveWriter(const OutWave& wave, FileObject& file) noexcept : wave_(wave), file_(file) {}
-
-    bool Write()
-    {
-        std::unique_ptr<FrameSource> source = wave_.wave->OpenFrames();
-        if (source == nullptr)
-            return false;
-        const bool takesOne = wave_.channel != OutWave::kWhole && source->Channels() == 2;
-        if (!takesOne && source->Channels() != wave_.channels)
-            source = WithChannels(std::move(source), wave_.channels);
-        const std::uint32_t frames = wave_.wave->frames;
-        for (std::uint32_t first = 0; first < frames;) {
-            const std::size_t count = std::min<std::size_t>(kPieceFrames, frames - first);
-            if (!Read(*source, first, count) || !(wave_.coding->isIma ? PutIma() : PutLinear()))
-                return false;
-            first += static_cast<std::uint32_t>(count);
-        }
-        return true;
-    }
-
-private:
-    /// Silence behind the end of a source that is shorter than the waveform says.
-    bool Read(FrameSource& source, std::uint32_t first, std::size_t count)
-    {
-        const unsigned channels = source.Channels();
-        const std::size_t held = first < source.Frames() ? source.Frames() - first : 0;
-        samples_.assign(count * channels, 0.0f);
-        if (held != 0 && !source.Read(first, std::span(samples_).first(std::min(count, held) * channels)))
-            return false;
-        if (channels == wave_.channels)
-            return true;
-        for (std::size_t i = 0; i < count; ++i)
-            samples_[i] = samples_[i * channels + wave_.channel];
-        samples_.resize(count);
-        return true;
-    }
-
-    bool PutLinear()
-    {
-        const SampleCoding coding = wave_.coding->samples;
-        bytes_.resize(static_cast<std::size_t>(StoredBytes(coding, samples_.size())));
-        DeltaState none;
-        EncodeSamples({coding, coding == SampleCoding::Pcm8, std::endian::little}, samples_, bytes_, none);
-        return Put(file_, bytes_);
-    }
-
-    /// Pieces hold whole blocks; the last block of a waveform is filled up.
-    bool PutIma()
-    {
-        const std::size_t blockSamples = std::size_t{kImaBlockFrames} * wave_.channels;
-        const std::size_t blockBytes = kImaBlockBytes * wave_.channels;
-        const std::span<ImaState> states = std::span(states_).first(wave_.channels);
-        for (std::size_t at = 0; at < samples_.size(); at += blockSamples) {
-            bytes_.assign(blockBytes, std::byte{0});
-            const auto in = std::span(samples_).subspan(at, std::min(blockSamples, samples_.size() - at));
-            EncodeImaBlock(states, in, bytes_);
-            if (!Put(file_, bytes_))
-                return false;
-        }
-        return true;
-    }
-
-    const OutWave& wave_;
-    FileObject& file_;
-    std::vector<float> samples_;
-    std::vector<std::byte> bytes_;
-    std::array<ImaState, kMaxChannels> states_;
-};
-
 /// Puts the parts of the file together.
 class BankWriter {
 public:
+    /// @param song  RIFF-MIDI image; empty for none
     BankWriter(const TextItem& root, const WaveList& waves, const std::vector<OutInstrument>& instruments,
-               std::uint32_t level)
+               std::uint32_t level, std::span<const std::byte> song)
         : waves_(waves)
     {
         const auto count = static_cast<std::uint32_t>(instruments.size());
@@ -269,6 +198,11 @@ public:
         front_.Write(U32le(count));
         WriteList(front_, FourCc{"lins"}, list);
         WritePool();
+        if (!song.empty()) {
+            WriteHead(back_, FourCc{"LIST"}, sizeof(FourCc) + song.size());
+            back_.Write(FourCc{"lRMI"});
+            back_.Append(song);
+        }
         WriteInfo(back_, root, root.GetTextNarrow(kTextName));
     }
 
@@ -298,7 +232,7 @@ public:
 private:
     static bool WriteSamples(const OutWave& wave, FileObject& file, Host& host)
     {
-        if (WaveWriter(wave, file).Write())
+        if (WriteFrames(wave, file))
             return true;
         const std::u16string reason = LastError();
         host.ShowMessage(reason, u"Error!", MessageIcon::Error);
@@ -369,29 +303,84 @@ const TextItem& TitleOf(const Item& root)
     return static_cast<const TextItem&>(hasTexts ? root : static_cast<const Item&>(root.Owner()));
 }
 
+/// What a bank is written as.
+struct Shape {
+    std::uint32_t level = kDlsLevel2; ///< of the records
+    bool isLimited = false;           ///< to level 1's number of regions
+    const Song* song = nullptr;       ///< that goes with it
+};
+
+bool WriteBank(Item& root, FileObject& file, const FormatChoice& choice, const Shape& shape,
+               ConversionNotes& notes)
+{
+    ExportSet set;
+    set.Fill(root, IncludeWaves::Yes);
+    WaveList waves;
+    if (!ListWaves(set, choice, waves))
+        return false;
+    Host& host = root.Owner().GetHost();
+    std::vector<OutInstrument> instruments = ListInstruments(set, waves, shape.level);
+    if (shape.isLimited)
+        LimitRegions(instruments, host, notes);
+    NoteWaves(notes, set, waves);
+    for (const OutInstrument& instrument : instruments)
+        NoteInstrument(notes, instrument, waves, shape.level);
+    NoteBank(notes, root, set, instruments);
+    MemoryFile song;
+    if (shape.song != nullptr && !midi::WriteRmiImage(*shape.song, song))
+        return false;
+    const BankWriter bank(TitleOf(root), waves, instruments, shape.level, song.Bytes());
+    if (!bank.Fits())
+        return Fail(u"The samples are too long for a DLS bank, which can have 4 GB");
+    return bank.Write(file, host);
+}
+
+const Song* FirstSong(const Item& root) noexcept
+{
+    const auto songs = root.Owner().All<Song>();
+    return root.Kind() == ItemKind::Collection && songs.begin() != songs.end() ? &*songs.begin() : nullptr;
+}
+
 } // namespace
 } // namespace dls
 
 bool WriteDls(Item& root, FileObject& file, FormatChoice& choice)
 {
-    ExportSet set;
-    set.Fill(root, IncludeWaves::Yes);
-    dls::WaveList waves;
-    if (!dls::ListWaves(set, choice, waves))
+    dls::Shape shape{choice.variant, choice.variant < kDlsLevel2, nullptr};
+    if (choice.variant >= kDlsLevel2Plus)
+        shape.song = dls::FirstSong(root);
+    {
+        ConversionNotes notes(root.Owner().GetHost());
+        if (!dls::WriteBank(root, file, choice, shape, notes))
+            return false;
+        if (shape.song == nullptr)
+            dls::NoteSongs(notes, root);
+    }
+    if (shape.song != nullptr)
+        midi::NoteLosses(root, *shape.song, file, ReadDls);
+    return true;
+}
+
+bool WriteDlsImage(Collection& collection, FileObject& file, DlsImage image, std::uint32_t caps,
+                   std::uint64_t& bytes)
+{
+    bytes = 0;
+    const auto instruments = collection.All<Instrument>();
+    if (instruments.begin() == instruments.end())
+        return true;
+    FormatChoice choice;
+    choice.caps = caps;
+    choice.variant = image == DlsImage::Level1   ? kDlsLevel1
+                     : image == DlsImage::Level2 ? kDlsLevel2
+                                                 : kDlsLevel2PlusPlus;
+    const dls::Shape shape{image == DlsImage::Level2 ? kDlsLevel2 : kDlsLevel1, image == DlsImage::Level1,
+                           nullptr};
+    ConversionNotes notes(collection.GetHost());
+    const std::uint64_t start = file.Position();
+    if (!dls::WriteBank(collection, file, choice, shape, notes))
         return false;
-    Host& host = root.Owner().GetHost();
-    std::vector<dls::OutInstrument> instruments = dls::ListInstruments(set, waves, choice.variant);
-    ConversionNotes notes(host);
-    if (choice.variant < kDlsLevel2)
-        dls::LimitRegions(instruments, host, notes);
-    dls::NoteWaves(notes, set, waves);
-    for (const dls::OutInstrument& instrument : instruments)
-        dls::NoteInstrument(notes, instrument, waves);
-    dls::NoteRest(notes, root, set, instruments);
-    const dls::BankWriter bank(dls::TitleOf(root), waves, instruments, choice.variant);
-    if (!bank.Fits())
-        return Fail(u"The samples are too long for a DLS bank, which can have 4 GB");
-    return bank.Write(file, host);
+    bytes = file.Position() - start;
+    return true;
 }
 
 } // namespace vimbo

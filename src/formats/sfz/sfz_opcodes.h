@@ -16,7 +16,8 @@ using EgField = std::size_t;
 inline constexpr EgField kEgDelay = 0, kEgStart = 1, kEgAttack = 2, kEgHold = 3, kEgDecay = 4, kEgSustain = 5,
                          kEgRelease = 6, kEgDepth = 7, kEgVelToDepth = 8, kEgVelToDelay = 9,
                          kEgVelToAttack = 10, kEgVelToHold = 11, kEgVelToDecay = 12, kEgVelToRelease = 13,
-                         kEgFields = 14;
+                         kEgKeyToDelay = 14, kEgKeyToAttack = 15, kEgKeyToHold = 16, kEgKeyToDecay = 17,
+                         kEgKeyToRelease = 18, kEgFields = 19;
 using LfoField = std::size_t;
 inline constexpr LfoField kLfoFreq = 0, kLfoDelay = 1, kLfoFade = 2, kLfoDepth = 3, kLfoDepthWheel = 4,
                           kLfoDepthTouch = 5, kLfoDepthVelocity = 6, kLfoFields = 7;
@@ -53,6 +54,7 @@ enum Op : std::size_t {
     kLowRandom,
     kHighRandom,
     kSeqLength,
+    kSeqPosition,
     kGroup,
     kOffBy,
     kDelay,
@@ -135,6 +137,8 @@ struct OpcodeRow {
 };
 /// Null for opcodes without a place. Any form of a controller's suffix is understood.
 const OpcodeRow* FindOpcode(std::string_view name);
+/// "depthcc1", "cutoff_cc1", "cutoff_chanaft" with "_oncc" and the number.
+std::string Canonical(std::string_view name);
 /// The row whose name is written; null for those that are only read.
 const OpcodeRow* RowOf(std::size_t op) noexcept;
 
@@ -144,6 +148,8 @@ inline constexpr double kTriggerAttack = 0, kTriggerRelease = 1, kTriggerRelease
 /// Filters of fil_type behind the model's own types 1 to 12.
 inline constexpr double kFilPeak = 13, kFilHighShelf = 14, kFilLowShelf = 15;
 
+/// A decimal number, which may begin with "+".
+[[nodiscard]] bool ParseNumber(std::string_view text, double& out);
 /// The number of a value; false for one that has none.
 [[nodiscard]] bool ParseValue(const OpcodeRow& row, std::string_view text, double& out);
 /// " name=value".

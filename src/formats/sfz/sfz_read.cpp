@@ -2,8 +2,9 @@
 #include "base/last_error.h"
 #include "base/path.h"
 #include "formats/sfz/sfz.h"
+#include "formats/sfz/sfz_effects.h"
+#include "formats/sfz/sfz_losses.h"
 #include "formats/sfz/sfz_samples.h"
-#include "formats/sfz/sfz_units.h"
 #include "model/instrument.h"
 #include "model/key_velocity_grid.h"
 
@@ -33,37 +34,12 @@ std::string Lower(std::string_view text)
     return lower;
 }
 
-/// Kinds of effects by their words.
-ChannelFxType EffectOf(std::string_view word)
-{
-    struct Row {
-        std::string_view word;
-        ChannelFxType type;
-    };
-    constexpr Row kRows[] = {{"comp", ChannelFxType::Compressor},  {"delay", ChannelFxType::Delay},
-                             {"disto", ChannelFxType::Distortion}, {"fverb", ChannelFxType::Reverb},
-                             {"phaser", ChannelFxType::Phaser},    {"chorus", ChannelFxType::Chorus},
-                             {"flanger", ChannelFxType::Chorus}};
-    const auto* found = std::ranges::find(kRows, word, &Row::word);
-    return found != std::end(kRows) ? found->type : ChannelFxType::None;
-}
-
-/// What could not be placed, to be told at the end.
-struct Losses {
-    std::map<std::string, std::uint64_t> opcodes;
-    std::map<std::string, std::uint64_t> generators; ///< "*sine" and the like
-    UnitLosses units;
-    TextLosses text;
-    std::uint64_t withoutSample = 0, unplayable = 0, stacked = 0, offsets = 0, embedded = 0, curves = 0,
-                  effects = 0, otherCount = 0;
-};
-
 /// A level of the text.
 enum class Level { Control, Global, Master, Group, Region, Effect, None };
 
 class TextReader {
 public:
-    TextReader(Collection& items, SampleFiles& files, Losses& losses)
+    TextReader(Collection& items, SampleFiles& files, ReadLosses& losses)
         : items_(items), files_(files), losses_(losses),
           instrument_(items.Create<Instrument>(items.GetName()))
     {
@@ -96,6 +72,8 @@ public:
             region_ = group_;
             break;
         case Level::Effect:
+            ++effects_;
+            break;
         case Level::None:
             losses_.embedded += name == "sample" ? 1 : 0;
             losses_.curves += name == "curve" ? 1 : 0;
@@ -170,7 +148,7 @@ private:
                 Store(record, *row, number);
             else
                 Lose(name);
-        } else if (name != "seq_position" && !TakeFlexOpcode(record, name, value)) {
+        } else if (!TakeFlexOpcode(record, name, value)) {
             Lose(name);
         }
     }
@@ -208,14 +186,17 @@ private:
         keyOffset_ = noteOffset_ + kOctave * octaveOffset_;
     }
 
+    /// Each header takes a slot, also one without a kind: sends go by the slots' numbers.
     void TakeEffect(const std::string& name, std::string_view value)
     {
-        const ChannelFxType type = name == "type" ? EffectOf(Lower(value)) : ChannelFxType::None;
-        if (type == ChannelFxType::None || effects_ == kChannelFxSlots) {
+        const auto found = name == "type" ? EffectOf(Lower(value)) : std::nullopt;
+        if (!found || effects_ > kChannelFxSlots) {
             ++losses_.effects;
             return;
         }
-        instrument_.channelFx[effects_++].type = type;
+        instrument_.channelFx[effects_ - 1] = found->effect;
+        if (!found->isExact)
+            ++losses_.nearEffects[Lower(value)];
     }
 
     void Lose(const std::string& name)
@@ -250,6 +231,7 @@ private:
     void AddRegion(Waveform& wave)
     {
         wave.fineTune = 0; // tuning in sample files is not heard
+        CheckSequence();
         const TriggerParams trigger = ToTrigger(region_, wave.rateHz, losses_.units);
         Layer* layer = LayerFor({trigger.keys, trigger.velocities});
         if (layer == nullptr) {
@@ -267,6 +249,15 @@ private:
         offBys_.insert(region_[kOffBy]);
     }
 
+    /// Regions that play in turn do so in the order of the text.
+    void CheckSequence()
+    {
+        if (region_[kSeqLength] <= 1)
+            return;
+        losses_.sequences += region_[kSeqPosition] != std::fmod(sequence_, region_[kSeqLength]) + 1 ? 1 : 0;
+        sequence_ = region_[kSeqPosition];
+    }
+
     std::uint8_t RootKeyOf(const Waveform& wave) const noexcept
     {
         const double key = region_[kKeyCenter];
@@ -282,7 +273,11 @@ private:
             const double end = std::min(region_[kEnd] + 1, frames); // the last frame that plays
             region.endOffset = -static_cast<std::int32_t>(std::min(frames - end, double{INT32_MAX}));
         }
-        if (offset != region_[kOffset] || (region_[kEnd] != kUnset && region_[kEnd] + 1 > frames))
+        const auto isOutside = [&](std::size_t op) {
+            return region_[op] != kUnset && region_[op] + 1 > frames;
+        };
+        const bool isLooped = region.loop.type != LoopType::Off;
+        if (offset != region_[kOffset] || isOutside(kEnd) || (isLooped && isOutside(kLoopEnd)))
             ++losses_.offsets;
     }
 
@@ -338,13 +333,14 @@ private:
 
     Collection& items_;
     SampleFiles& files_;
-    Losses& losses_;
+    ReadLosses& losses_;
     Instrument& instrument_;
     Level level_ = Level::Global;
     Record global_, master_, group_, region_;
     std::string defaultPath_;
     int noteOffset_ = 0, octaveOffset_ = 0, keyOffset_ = 0;
     std::size_t effects_ = 0, regions_ = 0;
+    double sequence_ = 0; ///< place of the last region that plays in turn
     bool isNewGroup_ = true;
     std::vector<std::unique_ptr<Place>> stack_;
     std::vector<std::pair<Layer*, ArticulationBlock>> layers_;
@@ -352,63 +348,12 @@ private:
     std::set<double> offBys_;
 };
 
-class LossReport {
-public:
-    explicit LossReport(Host& host) noexcept : host_(host) {}
-
-    void Tell(const Losses& losses)
-    {
-        if (!host_.WantsNotes())
-            return;
-        constexpr std::u16string_view kNoPlace = u"there is no such parameter";
-        for (const auto& [name, count] : losses.opcodes)
-            Note(NoteTopic::Parameter, u"Opcode " + ToWide(name), count, kNoPlace);
-        Note(NoteTopic::Parameter, u"Other opcodes", losses.otherCount, kNoPlace);
-        for (const auto& [name, count] : losses.generators)
-            Note(NoteTopic::Region, u"Generated sound " + ToWide(name), count, u"it plays no sample");
-        const UnitLosses& units = losses.units;
-        Note(NoteTopic::Parameter, u"bend_down", units.bends, u"it goes as far as bend_up");
-        Note(NoteTopic::Parameter, u"Velocity to times", units.times, u"the time is 0");
-        Note(NoteTopic::Parameter, u"Envelopes", units.envelopes, u"another one has the same target");
-        Note(NoteTopic::Parameter, u"LFOs", units.lfos, u"another one has the same target");
-        Note(NoteTopic::Trigger, u"Random ranges", units.randoms, u"the regions play in turn");
-        Note(NoteTopic::Trigger, u"Groups", units.groups, u"off_by names another group");
-        Note(NoteTopic::Trigger, u"Pedal ranges", units.pedals, u"the pedal has two positions");
-        Note(NoteTopic::Region, u"Regions", losses.withoutSample, u"they name no sample");
-        Note(NoteTopic::Region, u"Regions", losses.unplayable, u"no key plays them");
-        Note(NoteTopic::Region, u"Regions", losses.stacked, u"too many of them overlap");
-        Note(NoteTopic::Region, u"Sample offsets", losses.offsets, u"they reach outside the sample");
-        Note(NoteTopic::Waveform, u"Samples in the text", losses.embedded, u"only sample files are read");
-        Note(NoteTopic::Other, u"Curves", losses.curves, u"there is no place for them");
-        Note(NoteTopic::Effect, u"Effect settings", losses.effects, u"there is no place for them");
-        Note(NoteTopic::Other, u"#include", losses.text.missingIncludes, u"the file could not be opened");
-        Note(NoteTopic::Other, u"#include", losses.text.refusedIncludes,
-             u"it leads in a circle, or too deep");
-        Note(NoteTopic::Other, u"Text", losses.text.isCut ? 1 : 0, u"it grows beyond 64 MB");
-    }
-
-private:
-    void Note(NoteTopic topic, std::u16string what, std::uint64_t count, std::u16string_view reason)
-    {
-        if (count != 0)
-            host_.NoteConversion({.fidelity = Fidelity::Lost,
-                                  .topic = topic,
-                                  .item = {},
-                                  .what = std::move(what),
-                                  .from = {},
-                                  .to = {},
-                                  .reason = std::u16string(reason),
-                                  .count = count});
-    }
-    Host& host_;
-};
-
 } // namespace
 
 bool ReadText(Collection& collection, std::string_view text, const Surroundings& place)
 {
     SampleFiles files(collection, place);
-    Losses losses;
+    ReadLosses losses;
     TextReader reader(collection, files, losses);
     const IncludeLoader load = [&files](std::string_view name, std::string_view includer) {
         return files.LoadInclude(name, includer);
@@ -418,7 +363,7 @@ bool ReadText(Collection& collection, std::string_view text, const Surroundings&
                      [&](std::string_view name, std::string_view value) { reader.Opcode(name, value); }});
     const bool isComplete = reader.Finish();
     files.Report();
-    LossReport(collection.GetHost()).Tell(losses);
+    TellLosses(collection.GetHost(), losses);
     if (!isComplete)
         return Fail(u"The SFZ instrument has too many regions");
     UnifyRegionWaveSettings(collection);

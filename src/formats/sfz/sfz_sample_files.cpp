@@ -75,11 +75,6 @@ std::u16string FileNameOf(std::u16string_view name)
     return legal.empty() ? u"noname" : legal;
 }
 
-const FormatRow* WavRow(std::u16string_view extension) noexcept
-{
-    return FindRow(FindRowByExtension(extension, kKindWave));
-}
-
 /// A copy that is only made once a file is in the way.
 class Scratch {
 public:
@@ -92,13 +87,18 @@ public:
     Scratch(const Scratch&) = delete;
     Scratch& operator=(const Scratch&) = delete;
 
-    /// Null if the copy can't be made.
-    template <class Save>
-    const std::u16string* Path(const Save& save)
+    /// Null with the Last error text if the copy can't be made.
+    template <class Content>
+    const std::u16string* Path(Content& content)
     {
-        if (path_.empty() && (!MakeTempPath(path_, u".tmp") || !save(path_)))
+        if (!path_.empty())
+            return &path_;
+        FileObject file;
+        if (!MakeTempPath(path_, u".tmp") || !file.Open(path_, FileMode::Create)) {
+            Fail(kCannotCreate);
             return nullptr;
-        return &path_;
+        }
+        return content.Write(file) ? &path_ : nullptr;
     }
 
 private:
@@ -121,13 +121,6 @@ bool HoldsLoop(const std::u16string& path)
                                [](const Waveform& wave) { return wave.loop.type != LoopType::Off; });
 }
 
-bool SaveText(const std::u16string& path, std::string_view text)
-{
-    GuardedFile file;
-    return (file.Create(path) && file.File().WriteAll(std::as_bytes(std::span(text))) && file.Commit()) ||
-           Fail(kCannotCreate);
-}
-
 } // namespace
 
 SampleFileWriter::SampleFileWriter(Collection& items, const FormatChoice& choice)
@@ -143,8 +136,27 @@ SampleFileWriter::SampleFileWriter(Collection& items, const FormatChoice& choice
 
 SampleFileWriter::~SampleFileWriter()
 {
-    for (const std::u16string& path : made_)
-        Remove(path);
+    staged_ = {}; // the hidden files leave their folders first
+    for (const std::u16string& folder : folders_)
+        Remove(folder); // does nothing to one that holds files
+}
+
+bool SampleFileWriter::Commit()
+{
+    if (!staged_.Commit())
+        return Fail(kCannotCreate);
+    folders_.clear();
+    return true;
+}
+
+bool SampleFileWriter::MakeFolder(const std::u16string& folder)
+{
+    if (folder.empty() || IsDirectory(folder))
+        return true;
+    if (!MakeDirectories(folder))
+        return Fail(kCannotCreate);
+    folders_.push_back(folder);
+    return true;
 }
 
 SampleFileWriter::Coding SampleFileWriter::CodingOf(const Waveform& wave) const
@@ -152,18 +164,20 @@ SampleFileWriter::Coding SampleFileWriter::CodingOf(const Waveform& wave) const
     constexpr float kFlac = 1;
     const std::uint32_t channels = choice_.caps & kCapsChannels;
     float kbit = 0;
-    const DataFormat format = PickDataFormat(wave, choice_, kbit, SfzSubFormats);
     Coding coding;
-    coding.choice.caps = FormatBit(format) | channels;
+    coding.format = PickDataFormat(wave, choice_, kbit, SfzSubFormats);
+    coding.choice.caps = FormatBit(coding.format) | channels;
     coding.choice.kbit = kbit;
-    coding.row = WavRow(u"wav");
-    if (format == DataFormat::Compressed && kbit == kFlac) {
-        coding.row = WavRow(u"flac");
+    std::u16string_view extension = u"wav";
+    if (coding.format == DataFormat::Compressed && kbit == kFlac) {
+        extension = u"flac";
         coding.choice.caps = FormatBit(DataFormat::Pcm16) | FormatBit(DataFormat::Pcm24) | channels;
         coding.choice.kbit = 0;
-    } else if (format == DataFormat::Compressed) {
-        coding.row = WavRow(u"ogg");
+        coding.format = PickDataFormat(wave, coding.choice, kbit, nullptr);
+    } else if (coding.format == DataFormat::Compressed) {
+        extension = u"ogg";
     }
+    coding.row = FindRow(FindRowByExtension(extension, kKindWave));
     return coding;
 }
 
@@ -209,7 +223,18 @@ void SampleFileWriter::Reserve(const std::u16string& folder, std::u16string_view
     taken_.insert(Folded(JoinPath(folder, fileName)));
 }
 
-/// @param content  saves itself to a path; may say that a file is its own
+template <class Content>
+bool SampleFileWriter::Stage(const std::u16string& path, Content& content)
+{
+    auto file = std::make_unique<GuardedFile>();
+    if (!file->Create(path))
+        return Fail(kCannotCreate);
+    if (!content.Write(file->File()))
+        return false;
+    return staged_.Take(std::move(file)) || Fail(u"Couldn't write to file!");
+}
+
+/// @param content  writes itself to a file; may say that a file is its own
 template <class Content>
 bool SampleFileWriter::Place(const std::u16string& folder, const std::u16string& base,
                              std::u16string_view extension, Content& content, std::u16string& name)
@@ -222,21 +247,17 @@ bool SampleFileWriter::Place(const std::u16string& folder, const std::u16string&
             continue;
         const std::u16string path = JoinPath(folder, name);
         if (!Exists(path)) {
-            if (!content.Save(path))
-                return false;
-            made_.push_back(path);
             Reserve(folder, name);
-            return true;
+            return Stage(path, content);
         }
-        const std::u16string* copy =
-            scratch.Path([&content](const std::u16string& at) { return content.Save(at); });
+        const std::u16string* copy = scratch.Path(content);
         if (copy == nullptr)
             return false;
         bool isCancelled = false;
         const bool isSame = HoldSame(path, *copy) || content.IsOriginal(path);
         if (isSame || (IsFile(path) && MayReplace(path, isCancelled))) {
             Reserve(folder, name);
-            return isSame || content.Save(path);
+            return isSame || Stage(path, content);
         }
         if (isCancelled)
             return Fail(u"Save aborted!");
@@ -254,28 +275,28 @@ const SampleFileWriter::Sample* SampleFileWriter::Write(Waveform& wave, const st
         Waveform& wave;
         const Coding& coding;
         bool isOriginal = false;
-        bool Save(const std::u16string& path) const
+        bool Write(FileObject& file) const
         {
-            SaveOptions options;
-            options.isFixedUp = true;
-            return SaveThroughRow(wave, *coding.row, path, coding.choice, options);
+            FormatChoice choice = coding.choice;
+            choice.variant = coding.row->variant;
+            return WriteThroughRow(*coding.row, wave, file, choice);
         }
         bool IsOriginal(const std::u16string& path) { return isOriginal = writer.IsOriginalOf(wave, path); }
     };
     const Coding coding = CodingOf(wave);
     Content content{*this, wave, coding};
     Sample& sample = place->second;
-    const bool isReady =
-        coding.row != nullptr && !host_.IsCancelled() && (folder.empty() || MakeDirectories(folder));
-    if (!isReady) {
-        Fail(host_.IsCancelled() ? std::u16string_view(u"Save aborted!") : kCannotCreate);
+    if (host_.IsCancelled()) {
+        Fail(u"Save aborted!");
         written_.erase(place);
         return nullptr;
     }
-    if (!Place(folder, FileNameOf(wave.GetName()), coding.row->extension, content, sample.name)) {
+    if (!MakeFolder(folder) ||
+        !Place(folder, FileNameOf(wave.GetName()), coding.row->extension, content, sample.name)) {
         written_.erase(place);
         return nullptr;
     }
+    sample.format = coding.format;
     sample.mayLoop = content.isOriginal && HoldsLoop(JoinPath(folder, sample.name));
     return &sample;
 }
@@ -285,7 +306,10 @@ bool SampleFileWriter::WriteText(const std::u16string& folder, std::u16string_vi
 {
     struct Content {
         std::string_view text;
-        bool Save(const std::u16string& path) const { return SaveText(path, text); }
+        bool Write(FileObject& file) const
+        {
+            return file.WriteAll(std::as_bytes(std::span(text))) || Fail(u"Couldn't write to file!");
+        }
         static bool IsOriginal(const std::u16string&) { return false; }
     };
     Content content{text};

@@ -5,6 +5,7 @@
 #include "base/text.h"
 
 #include <algorithm>
+#include <array>
 #include <filesystem>
 
 namespace vimbo::sfz {
@@ -18,6 +19,35 @@ bool IsSampleRow(const FormatRow* row) noexcept
 {
     return row != nullptr && row->read != nullptr && (row->kinds & kKindWave) != 0 &&
            (row->kinds & (kKindInstrument | kKindSong | kKindTrack)) == 0;
+}
+
+/// The row of the file's extension, if the first bytes are of that format: the others need not be asked then.
+/// Null if they are not.
+const FormatRow* RowByExtension(std::u16string_view path, FileObject& file)
+{
+    constexpr std::size_t kHeadBytes = 512; // of the piece that the reader looks at too
+    std::array<std::byte, kHeadBytes> head;
+    std::uint64_t got = 0;
+    if (!file.ReadAll(head, &got) || !file.Seek(0))
+        return nullptr;
+    std::u16string extension(path.substr(std::min(path.rfind(u'.'), path.size() - 1) + 1));
+    std::ranges::transform(extension, extension.begin(), FoldCase);
+    constexpr int kFullMatch = 6;
+    const auto found = std::ranges::find_if(FormatRows(), [&](const FormatRow& row) {
+        return row.extension == extension && IsSampleRow(&row) && row.detect != nullptr &&
+               row.detect(std::span(head).first(static_cast<std::size_t>(got)), row.variant, file.Size()) ==
+                   kFullMatch;
+    });
+    return found != FormatRows().end() ? &*found : nullptr;
+}
+
+const FormatRow* RowOf(const std::u16string& path, FileObject& file)
+{
+    if (const FormatRow* row = RowByExtension(path, file))
+        return row;
+    int confidence = 0;
+    const int row = DetectFormat(path, file, confidence);
+    return confidence > 0 ? FindRow(row) : nullptr;
 }
 
 std::filesystem::path Real(std::u16string_view path)
@@ -72,9 +102,7 @@ SampleFiles::SampleFiles(Collection& items, const Surroundings& place)
 
 bool SampleFiles::IsAllowed(std::u16string_view path) const
 {
-    if (place_.isNowhere || !IsFile(path))
-        return false;
-    return !place_.stayInside || IsBelow(Real(path), Real(place_.folder));
+    return !place_.isNowhere && (!place_.stayInside || IsBelow(Real(path), Real(place_.folder)));
 }
 
 std::string SampleFiles::IdOf(std::u16string_view path)
@@ -91,7 +119,8 @@ std::optional<IncludedText> SampleFiles::LoadInclude(std::string_view name, std:
     if (path.empty() && !includer.empty())
         path = finder_.Find(JoinPath(DirectoryOf(PathToWide(includer)), wanted));
     FileObject file;
-    if (path.empty() || !IsAllowed(path) || !file.Open(path, FileMode::Read) || file.Size() > kMaxTextBytes)
+    if (path.empty() || !IsFile(path) || !IsAllowed(path) || !file.Open(path, FileMode::Read) ||
+        file.Size() > kMaxTextBytes)
         return std::nullopt;
     IncludedText found{IdOf(path), std::string(static_cast<std::size_t>(file.Size()), '\0')};
     if (!file.ReadExact(std::as_writable_bytes(std::span(found.text))))
@@ -106,7 +135,7 @@ bool SampleFiles::Locate(std::u16string_view name, std::u16string& path)
     if (!place_.stayInside)
         return search_.Find(name, kSampleFilter, path);
     path = finder_.Find(JoinPath(place_.folder, name));
-    return !path.empty();
+    return !path.empty() && IsFile(path);
 }
 
 Waveform* SampleFiles::Find(std::string_view name)
@@ -131,13 +160,12 @@ Waveform* SampleFiles::Find(std::string_view name)
 Waveform* SampleFiles::Load(const std::u16string& path)
 {
     FileObject file;
-    int confidence = 0;
     if (!file.Open(path, FileMode::Read)) {
         missing_.push_back(path);
         return nullptr;
     }
-    const int row = DetectFormat(path, file, confidence);
-    if (confidence == 0 || !IsSampleRow(FindRow(row)) || !file.Seek(0)) {
+    const FormatRow* row = RowOf(path, file);
+    if (!IsSampleRow(row) || !file.Seek(0)) {
         unsupported_.push_back(path);
         return nullptr;
     }
@@ -149,7 +177,7 @@ Waveform* SampleFiles::Load(const std::u16string& path)
     loaded.SetImportProcedures(AllImportProcedures());
     loaded.loading = true;
     const std::vector<Waveform*> waves =
-        ReadThroughRow(*FindRow(row), loaded, file) ? loaded.List<Waveform>() : std::vector<Waveform*>();
+        ReadThroughRow(*row, loaded, file) ? loaded.List<Waveform>() : std::vector<Waveform*>();
     if (waves.empty() || waves.front()->frames == 0) {
         unsupported_.push_back(path);
         return nullptr;

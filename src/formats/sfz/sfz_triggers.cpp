@@ -106,6 +106,7 @@ TriggerParams ToTrigger(const Record& record, std::uint32_t rateHz, UnitLosses& 
     trigger.Set(kParamVelocityFadeFormula, static_cast<float>(record[kXfVelCurve]));
     ReadPedal(record, trigger, losses);
     const bool isRandom = record[kLowRandom] > 0 || record[kHighRandom] < 1;
+    losses.releaseKeys += record[kTrigger] == kTriggerReleaseKey ? 1 : 0;
     if (record[kTrigger] != kTriggerAttack)
         trigger.Set(kParamTriggerType, static_cast<float>(TriggerKind::KeyRelease));
     else if (isRandom || record[kSeqLength] > 1)

@@ -1,5 +1,5 @@
-#include "formats/sfz/sfz_units.h"
-
+// Units, tuning, level, pan, equalizers and filter; the whole articulation.
+#include "formats/sfz/sfz_unit_parts.h"
 #include "model/envelope.h"
 #include "model/waveform.h"
 
@@ -52,40 +52,6 @@ constexpr Linear kFilterLinear[] = {
     {kFilEg + kEgVelToDepth, kArtVelFEnvToCutoff, 0.01, 100},
 };
 
-/// An LFO with names of its own: where its depths go, and their unit.
-struct LfoRow {
-    LfoIndex index;
-    std::size_t base;
-    FlexTarget target;
-    ParamId depth; ///< fixed; then wheel, aftertouch, velocity
-    double read, write;
-};
-constexpr LfoRow kLfoRows[] = {
-    {LfoIndex::Pitch, kPitchLfo, kFlexPitch, kArtPLfoToPitch, 0.01, 100},
-    {LfoIndex::Volume, kAmpLfo, kFlexVolume, kArtVLfoToVolume, 1, 1},
-    {LfoIndex::Filter, kFilLfo, kFlexCutoff, kArtFLfoToCutoff, 0.01, 100},
-};
-constexpr std::size_t kDepths = 4;
-
-struct EnvelopeRow {
-    EnvelopeIndex index;
-    std::size_t base; ///< kOps for the one without a name
-    FlexTarget target;
-    ParamId depth; ///< kArticulationParams for the volume envelope
-};
-constexpr ParamId kNoDepth = static_cast<ParamId>(kArticulationParams);
-constexpr EnvelopeRow kEnvelopeRows[] = {
-    {EnvelopeIndex::Volume, kAmpEg, kFlexVolume, kNoDepth},
-    {EnvelopeIndex::Pitch, kPitchEg, kFlexPitch, kArtPEnvToPitch},
-    {EnvelopeIndex::Filter, kFilEg, kFlexCutoff, kArtFEnvToCutoff},
-    {EnvelopeIndex::X, kOps, kFlexPan, kArtXEnvToPan},
-};
-
-void SetValue(ArticulationBlock& block, ParamId id, double value)
-{
-    block.Set(id, static_cast<float>(value));
-}
-
 void ReadLinear(const Record& record, std::span<const Linear> rows, ArticulationBlock& block)
 {
     for (const Linear& row : rows)
@@ -110,7 +76,9 @@ void ReadPitch(const Record& record, ArticulationBlock& block, UnitLosses& losse
 {
     SetValue(block, kArtTuning,
              record[kTranspose] + record[kTune] * 0.01 - std::abs(record[kTuneRandom]) * 0.005);
-    const double random = record[kTuneRandom] != 0 ? record[kTuneRandom] : record[kPitchRandom];
+    const bool hasTuneRandom = record[kTuneRandom] != 0;
+    const double random = hasTuneRandom ? record[kTuneRandom] : record[kPitchRandom];
+    losses.pitchRandoms += hasTuneRandom && record[kPitchRandom] != 0 ? 1 : 0;
     SetValue(block, kArtRandomToPitch, std::abs(random) * 0.01);
     if (record[kBendDown] != -record[kBendUp])
         ++losses.bends;
@@ -190,7 +158,14 @@ void WriteEqs(const ArticulationBlock& block, Record& out)
 
 // Filter. The file's cutoff is that of full velocity and of the tracking's own centre.
 
-void ReadFilter(const Record& record, ArticulationBlock& block)
+bool HasMovement(const Record& record) noexcept
+{
+    return record[kFilLfo + kLfoFreq] > 0 || std::ranges::any_of(kFilterLinear, [&](const Linear& row) {
+               return row.op != kResonance && record[row.op] != 0;
+           });
+}
+
+void ReadFilter(const Record& record, ArticulationBlock& block, UnitLosses& losses)
 {
     ReadLinear(record, kFilterLinear, block);
     if (record[kCutoff] == kUnset)
@@ -198,6 +173,7 @@ void ReadFilter(const Record& record, ArticulationBlock& block)
     if (record[kFilType] >= kFilPeak) { // a filter of a gain
         constexpr std::size_t kBand = kEqs - 1;
         constexpr double kWidth = 1;
+        losses.gainFilters += HasMovement(record) || record[kEq + kBand * kEqFields + 1] != 0 ? 1 : 0;
         const double mode = record[kFilType] == kFilPeak ? 0 : record[kFilType] == kFilLowShelf ? 1 : 2;
         SetEq(block, kBand, mode, record[kCutoff], record[kResonance], QOfWidth(kWidth));
         return;
@@ -238,296 +214,6 @@ void WriteFilter(const ArticulationBlock& block, Generation generation, Record& 
     out[kFilType] = FilterWordOf(block[kArtFilterType], generation);
 }
 
-// LFOs.
-
-struct WaveRow {
-    int wave;
-    LfoShape shape;
-};
-/// lfoN_wave; the first of a shape is written.
-constexpr WaveRow kWaves[] = {{1, LfoShape::Sine},   {0, LfoShape::Triangle}, {3, LfoShape::Square},
-                              {2, LfoShape::Square}, {4, LfoShape::Square},   {5, LfoShape::Square},
-                              {6, LfoShape::SawUp},  {7, LfoShape::SawDown},  {12, LfoShape::Noise}};
-
-void ReadLfo(const Record& record, const LfoRow& row, ArticulationBlock& block)
-{
-    if (record[row.base + kLfoFreq] <= 0) // it stands still
-        return;
-    Lfo lfo;
-    lfo.frequencyHz = static_cast<float>(record[row.base + kLfoFreq]);
-    lfo.delaySeconds = static_cast<float>(record[row.base + kLfoDelay]);
-    lfo.rampSeconds = static_cast<float>(record[row.base + kLfoFade]);
-    SetLfo(block, lfo, row.index);
-    for (std::size_t i = 0; i < kDepths; ++i)
-        SetValue(block, static_cast<ParamId>(row.depth + i), record[row.base + kLfoDepth + i] * row.read);
-}
-
-LfoDepth ToDepth(const std::array<double, kDepths>& amounts, double factor) noexcept
-{
-    const auto at = [&](std::size_t i) { return static_cast<float>(amounts[i] * factor); };
-    return {at(0), at(1), at(2), at(3)};
-}
-
-void ReadFlexLfos(const Record& record, ArticulationBlock& block, UnitLosses& losses)
-{
-    for (const auto& [number, flex] : record.lfos) {
-        if (flex.freq <= 0)
-            continue;
-        const auto* wave = std::ranges::find_if(
-            kWaves, [wanted = flex.wave](const WaveRow& row) { return row.wave == wanted; });
-        Lfo lfo;
-        lfo.shape = wave != std::end(kWaves) ? wave->shape : LfoShape::Sine;
-        lfo.frequencyHz = static_cast<float>(flex.freq);
-        lfo.delaySeconds = static_cast<float>(flex.delay);
-        lfo.rampSeconds = static_cast<float>(flex.fade);
-        LfoDepths depths;
-        depths.volume = ToDepth(flex.depths[kFlexVolume], 1);
-        depths.pitch = ToDepth(flex.depths[kFlexPitch], 0.01);
-        depths.cutoff = ToDepth(flex.depths[kFlexCutoff], 0.01);
-        depths.pan = static_cast<float>(flex.depths[kFlexPan][0] * 0.01);
-        if (MergeLfo(block, lfo, depths) != 0)
-            ++losses.lfos;
-    }
-}
-
-int WaveOf(LfoShape shape) noexcept
-{
-    return std::ranges::find_if(kWaves, [shape](const WaveRow& row) { return row.shape == shape; })->wave;
-}
-
-FlexLfo ToFlex(const Lfo& lfo)
-{
-    FlexLfo flex;
-    flex.wave = WaveOf(lfo.shape);
-    flex.freq = lfo.frequencyHz;
-    flex.delay = lfo.delaySeconds;
-    flex.fade = lfo.rampSeconds;
-    return flex;
-}
-
-/// A wave between 0 and 1 has half the effect; a file has waves around 0 only.
-double PolarityFactor(const Lfo& lfo) noexcept
-{
-    return lfo.polarity == LfoPolarity::Bipolar ? 1 : lfo.polarity == LfoPolarity::Unipolar ? 2 : -2;
-}
-
-void WriteLfo(const ArticulationBlock& block, const LfoRow& row, Generation generation, Record& out)
-{
-    Lfo lfo;
-    GetLfo(block, lfo, row.index);
-    std::array<double, kDepths> depths{};
-    const double factor = row.write * PolarityFactor(lfo);
-    for (std::size_t i = 0; i < kDepths; ++i)
-        depths[i] = block[static_cast<ParamId>(row.depth + i)] * factor;
-    const bool isUsed = std::ranges::any_of(depths, [](double depth) { return depth != 0; });
-    if (!isUsed && lfo == Lfo{})
-        return;
-    if (isUsed && generation == Generation::Second && lfo.shape != LfoShape::Sine) {
-        FlexLfo flex = ToFlex(lfo);
-        flex.depths[row.target] = depths;
-        out.lfos[1 + static_cast<unsigned>(row.index)] = flex;
-        return;
-    }
-    out[row.base + kLfoFreq] = lfo.frequencyHz;
-    out[row.base + kLfoDelay] = lfo.delaySeconds;
-    out[row.base + kLfoFade] = lfo.rampSeconds;
-    for (std::size_t i = 0; i < kDepths; ++i)
-        out[row.base + kLfoDepth + i] = depths[i];
-}
-
-void WriteXLfo(const ArticulationBlock& block, Record& out)
-{
-    Lfo lfo;
-    LfoDepths depths;
-    GetLfoEx(block, lfo, depths, LfoIndex::X);
-    if (depths.pan == 0 && depths.pitch.IsZero())
-        return;
-    FlexLfo flex = ToFlex(lfo);
-    const double factor = 100 * PolarityFactor(lfo);
-    flex.depths[kFlexPan][0] = depths.pan * factor;
-    flex.depths[kFlexPitch] = {depths.pitch.fixed * factor, depths.pitch.wheel * factor,
-                               depths.pitch.touch * factor, depths.pitch.velocity * factor};
-    out.lfos[1 + static_cast<unsigned>(LfoIndex::X)] = flex;
-}
-
-// Envelopes.
-
-/// A time that grows by `add` towards the highest velocity, as the time at the middle and the quotient of its
-/// ends. @return false if a quotient can't say it
-bool ToVelocityTime(double& seconds, double add, float& quotient) noexcept
-{
-    quotient = 1;
-    if (add == 0)
-        return true;
-    const double atHighest = seconds + add;
-    if (seconds <= 0 || atHighest <= 0)
-        return false;
-    quotient = static_cast<float>(atHighest / seconds);
-    seconds = std::sqrt(seconds * atHighest);
-    return true;
-}
-
-void FromVelocityTime(double seconds, double quotient, double& out, double& add) noexcept
-{
-    out = seconds / std::sqrt(quotient);
-    add = seconds * std::sqrt(quotient) - out;
-    if (quotient == 1)
-        add = 0;
-}
-
-struct TimeRow {
-    EgField time, velocity;
-    float DahdsrEnvelope::*seconds;
-    float DahdsrEnvelope::*quotient;
-};
-constexpr TimeRow kTimes[] = {
-    {kEgDelay, kEgVelToDelay, &DahdsrEnvelope::delay, &DahdsrEnvelope::velocityToDelay},
-    {kEgAttack, kEgVelToAttack, &DahdsrEnvelope::attack, &DahdsrEnvelope::velocityToAttack},
-    {kEgHold, kEgVelToHold, &DahdsrEnvelope::hold, &DahdsrEnvelope::velocityToHold},
-    {kEgDecay, kEgVelToDecay, &DahdsrEnvelope::decay, &DahdsrEnvelope::velocityToDecay},
-    {kEgRelease, kEgVelToRelease, &DahdsrEnvelope::release, &DahdsrEnvelope::velocityToRelease},
-};
-
-/// The level at which delay and attack begin.
-void SetStart(Envelope& envelope, double percent) noexcept
-{
-    envelope.initialLevel = envelope.attack1.level = static_cast<float>(percent * 0.01);
-}
-
-Envelope ReadEnvelope(const Record& record, std::size_t base, UnitLosses& losses)
-{
-    DahdsrEnvelope six;
-    for (const TimeRow& row : kTimes) {
-        double seconds = std::max(record[base + row.time], 0.0);
-        if (!ToVelocityTime(seconds, record[base + row.velocity], six.*row.quotient))
-            ++losses.times;
-        six.*row.seconds = static_cast<float>(seconds);
-    }
-    six.sustain = static_cast<float>(record[base + kEgSustain] * 0.01);
-    Envelope envelope = FromDahdsr(six);
-    SetStart(envelope, record[base + kEgStart]);
-    return envelope;
-}
-
-void WriteSixStages(const Envelope& envelope, bool isVolume, std::size_t base, Record& out)
-{
-    Envelope plain = envelope;
-    double start = 0;
-    if (envelope.initialLevel == envelope.attack1.level) {
-        start = envelope.initialLevel * 100.0;
-        SetStart(plain, 0);
-    }
-    const DahdsrEnvelope six = ToDahdsr(plain, isVolume);
-    for (const TimeRow& row : kTimes)
-        FromVelocityTime(six.*row.seconds, six.*row.quotient, out[base + row.time], out[base + row.velocity]);
-    out[base + kEgSustain] = six.sustain * 100.0;
-    out[base + kEgStart] = start;
-}
-
-/// True if the record gives the same envelope again, but for what no envelope of the format has.
-bool IsExact(const Envelope& envelope, EnvelopeIndex index, const Record& record, std::size_t base)
-{
-    UnitLosses losses;
-    Envelope read = ReadEnvelope(record, base, losses);
-    read.attack1.key = envelope.attack1.key;
-    read.attack2.key = envelope.attack2.key;
-    read.decay1.key = envelope.decay1.key;
-    read.decay2.key = envelope.decay2.key;
-    read.releaseKey = envelope.releaseKey;
-    read.releaseMode = envelope.releaseMode;
-    read.shutdownRate = envelope.shutdownRate;
-    ArticulationBlock block;
-    SetEnvelope(block, read, index);
-    GetEnvelope(block, read, index);
-    return read == envelope;
-}
-
-FlexEnvelope ToFlex(const Envelope& envelope)
-{
-    const EnvelopePoints points = EnvelopeToPoints(envelope);
-    FlexEnvelope flex;
-    flex.points = std::min(points.points.size(), kMaxFlexPoints);
-    for (std::size_t i = 0; i < flex.points; ++i) {
-        flex.levels[i] = points.points[i].level;
-        flex.seconds[i] = points.points[i].seconds - (i > 0 ? points.points[i - 1].seconds : 0);
-    }
-    if (points.hasSustain)
-        flex.sustain = static_cast<double>(points.sustainPoint);
-    return flex;
-}
-
-Envelope FromFlex(const FlexEnvelope& flex)
-{
-    EnvelopePoints points;
-    double seconds = 0;
-    if (flex.seconds[0] > 0)
-        points.points.push_back({0, 0});
-    const std::size_t before = points.points.size();
-    for (std::size_t i = 0; i < flex.points; ++i) {
-        seconds += std::max(flex.seconds[i], 0.0);
-        points.points.push_back({seconds, static_cast<float>(flex.levels[i])});
-    }
-    points.hasSustain = flex.sustain >= 0 && flex.sustain < static_cast<double>(flex.points);
-    if (points.hasSustain)
-        points.sustainPoint = static_cast<std::size_t>(flex.sustain) + before;
-    Envelope envelope;
-    static_cast<void>(EnvelopeFromPoints(points, envelope));
-    return envelope;
-}
-
-void WriteEnvelope(const ArticulationBlock& block, const EnvelopeRow& row, Generation generation, Record& out)
-{
-    const bool isVolume = row.index == EnvelopeIndex::Volume;
-    Envelope envelope;
-    EnvelopeDepths depths;
-    GetEnvelopeEx(block, envelope, depths, row.index);
-    const bool isHeard = isVolume || block[row.depth] != 0;
-    if (row.base == kOps && (!isHeard || generation == Generation::First))
-        return;
-    if (row.base != kOps) {
-        WriteSixStages(envelope, isVolume, row.base, out);
-        if (!isHeard || IsExact(envelope, row.index, out, row.base))
-            return;
-    }
-    if (generation == Generation::Second) {
-        const Record defaults;
-        if (row.base != kOps)
-            std::copy_n(defaults.values.begin() + static_cast<std::ptrdiff_t>(row.base), kEgFields,
-                        out.values.begin() + static_cast<std::ptrdiff_t>(row.base));
-        FlexEnvelope flex = ToFlex(envelope);
-        flex.depths[row.target] = isVolume ? 100 : block[row.depth] * 100.0;
-        out.envelopes[1 + static_cast<unsigned>(row.index)] = flex;
-        return;
-    }
-    if (isVolume)
-        return;
-    NormalizeBipolar(envelope, depths);
-    const double factor = NormalizeToOne(envelope);
-    const bool isPitch = row.index == EnvelopeIndex::Pitch;
-    WriteSixStages(envelope, false, row.base, out);
-    out[row.base + kEgDepth] = (isPitch ? depths.pitch : depths.cutoff) * factor * 100;
-    out[row.base + kEgVelToDepth] = (isPitch ? depths.velocityPitch : depths.velocityCutoff) * factor * 100;
-}
-
-void ReadFlexEnvelopes(const Record& record, ArticulationBlock& block, UnitLosses& losses)
-{
-    std::array<bool, kFlexTargets> taken{};
-    for (const auto& [number, flex] : record.envelopes)
-        for (const EnvelopeRow& row : kEnvelopeRows) {
-            if (flex.depths[row.target] == 0 || flex.points == 0)
-                continue;
-            const bool isFree = !taken[row.target] && (row.depth == kNoDepth || block[row.depth] == 0);
-            taken[row.target] = true;
-            if (!isFree) {
-                ++losses.envelopes;
-                continue;
-            }
-            SetEnvelope(block, FromFlex(flex), row.index);
-            if (row.depth != kNoDepth)
-                SetValue(block, row.depth, flex.depths[row.target] * 0.01);
-        }
-}
-
 } // namespace
 
 ArticulationBlock ToArticulation(const Record& record, UnitLosses& losses)
@@ -536,15 +222,10 @@ ArticulationBlock ToArticulation(const Record& record, UnitLosses& losses)
     ReadLinear(record, kLinear, block);
     ReadPitch(record, block, losses);
     ReadLevels(record, block);
-    ReadFilter(record, block);
+    ReadFilter(record, block, losses);
     ReadEqs(record, block);
-    for (const LfoRow& row : kLfoRows)
-        ReadLfo(record, row, block);
-    for (const EnvelopeRow& row : kEnvelopeRows)
-        if (row.base != kOps)
-            SetEnvelope(block, ReadEnvelope(record, row.base, losses), row.index);
-    ReadFlexEnvelopes(record, block, losses);
-    ReadFlexLfos(record, block, losses);
+    ReadLfos(record, block, losses);
+    ReadEnvelopes(record, block, losses);
     if (record[kLoopMode] == kOneShot)
         block.Set(EnvelopeBase(EnvelopeIndex::Volume) + kEnvReleaseMode,
                   static_cast<float>(ReleaseMode::NoRelease));
@@ -559,14 +240,8 @@ void FromArticulation(const ArticulationBlock& block, Generation generation, Rec
     WriteLevels(block, out);
     WriteFilter(block, generation, out);
     WriteEqs(block, out);
-    for (const LfoRow& row : kLfoRows)
-        if (row.index != LfoIndex::Filter || block[kArtFilterType] != 0)
-            WriteLfo(block, row, generation, out);
-    if (generation == Generation::Second)
-        WriteXLfo(block, out);
-    for (const EnvelopeRow& row : kEnvelopeRows)
-        if (row.index != EnvelopeIndex::Filter || block[kArtFilterType] != 0)
-            WriteEnvelope(block, row, generation, out);
+    WriteLfos(block, generation, out);
+    WriteEnvelopes(block, generation, out);
     if (generation == Generation::First)
         for (std::size_t op = kFirstSoundOp; op < kOps; ++op)
             if (RowOf(op)->since == Generation::Second)

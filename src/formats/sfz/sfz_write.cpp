@@ -2,17 +2,16 @@
 #include "base/last_error.h"
 #include "base/path.h"
 #include "base/text.h"
-#include "formats/conversion_notes.h"
-#include "formats/export_set.h"
 #include "formats/sfz/sfz.h"
+#include "formats/sfz/sfz_effects.h"
+#include "formats/sfz/sfz_losses.h"
 #include "formats/sfz/sfz_sample_files.h"
-#include "formats/sfz/sfz_units.h"
 #include "formats/xiph/xiph.h"
 #include "model/collection.h"
 #include "model/envelope.h"
-#include "model/song.h"
 
 #include <algorithm>
+#include <span>
 #include <unordered_set>
 
 namespace vimbo {
@@ -28,7 +27,6 @@ constexpr std::string_view kHead2 = "//-----------------------------------------
                                     "// Version 2\n"
                                     "// Written by Vimbo Studio v12.7\n"
                                     "//-----------------------------------------------------\n";
-constexpr std::u16string_view kNoText = u"the format has no such text";
 
 Generation GenerationOf(std::uint32_t variant) noexcept
 {
@@ -49,26 +47,6 @@ bool IsNoRelease(const Region& region) noexcept
 {
     return region.articulation[EnvelopeBase(EnvelopeIndex::Volume) + kEnvReleaseMode] ==
            static_cast<float>(ReleaseMode::NoRelease);
-}
-
-std::string_view WordOf(ChannelFxType type) noexcept
-{
-    switch (type) {
-    case ChannelFxType::Chorus:
-        return "chorus";
-    case ChannelFxType::Reverb:
-        return "fverb";
-    case ChannelFxType::Delay:
-        return "delay";
-    case ChannelFxType::Compressor:
-        return "comp";
-    case ChannelFxType::Distortion:
-        return "disto";
-    case ChannelFxType::Phaser:
-        return "phaser";
-    default:
-        return {};
-    }
 }
 
 void AppendDifferences(std::string& out, const Record& record, const Record& before)
@@ -92,9 +70,11 @@ struct OutGroup {
 
 class TextWriter {
 public:
-    TextWriter(const Instrument& instrument, std::uint32_t variant, ConversionNotes& notes)
+    /// @param sampled  waveforms whose losses were told
+    TextWriter(const Instrument& instrument, std::uint32_t variant, ConversionNotes& notes,
+               std::unordered_set<const Waveform*>& sampled)
         : instrument_(instrument), generation_(GenerationOf(variant)), hasSubFolder_(HasSubFolder(variant)),
-          notes_(notes)
+          notes_(notes), sampled_(sampled)
     {
     }
 
@@ -117,7 +97,7 @@ public:
                 if (!AppendRegion(out, files, below, region, group.record))
                     return false;
         }
-        NoteInstrument(name);
+        NoteInstrument(notes_, instrument_, name, generation_);
         return true;
     }
 
@@ -143,8 +123,8 @@ private:
     Record RecordOf(const Region& region, const Waveform& wave) const
     {
         Record record;
-        FromArticulation(region.articulation, generation_, record);
         FromTrigger(region.trigger, record);
+        FromArticulation(region.articulation, generation_, record);
         AddWaveTuning(wave, record);
         record[kOffset] = region.startOffset;
         if (region.endOffset != 0)
@@ -199,9 +179,16 @@ private:
     {
         if (generation_ == Generation::First)
             return;
-        for (const ChannelFx& fx : instrument_.channelFx)
-            if (const std::string_view word = WordOf(fx.type); !word.empty())
-                out += "\n<effect> type=" + std::string(word) + "\n";
+        const auto isWritten = [](const ChannelFx& fx) { return !WordOf(fx.type).empty(); };
+        const auto& all = instrument_.channelFx;
+        const auto last = std::ranges::find_if(all.rbegin(), all.rend(), isWritten).base();
+        for (const ChannelFx& fx :
+             std::span(all.begin(), last)) { // empty ones keep the numbers of the others
+            out += "\n<effect>";
+            if (isWritten(fx))
+                out += " type=" + std::string(WordOf(fx.type));
+            out += '\n';
+        }
     }
 
     static void AppendLevel(std::string& out, std::string_view header, const Record& record,
@@ -222,59 +209,15 @@ private:
             return false;
         const LoopInfo loop = GetEffectiveLoop(*each.region);
         FromLoop(loop, IsNoRelease(*each.region) || loop.oneShot, *each.wave, generation_, each.record);
+        if (sampled_.insert(each.wave).second)
+            NoteSample(notes_, *each.wave, sample->name, sample->format);
         if (sample->mayLoop && each.record[kLoopMode] == kUnset)
             each.record[kLoopMode] = kNoLoop;
         out += "<region> sample=" + WideToUtf8(sample->name);
         AppendDifferences(out, each.record, group);
         out += '\n';
-        NoteRegion(each, loop);
+        NoteRegion(notes_, *each.region, *each.wave, each.record, loop);
         return true;
-    }
-
-    void NoteRegion(const OutRegion& each, const LoopInfo& loop)
-    {
-        if (!notes_.IsWanted())
-            return;
-        const Region& region = *each.region;
-        ArticulationBlock wanted = region.articulation;
-        wanted.Set(kArtVolume, wanted[kArtVolume] + each.wave->volume);
-        wanted.Set(kArtTuning, wanted[kArtTuning] + static_cast<float>(each.wave->fineTune) / 100);
-        UnitLosses losses;
-        notes_.Articulation(region, wanted, ToArticulation(each.record, losses));
-        notes_.Trigger(region, region.trigger, ToTrigger(each.record, each.wave->rateHz, losses));
-        LoopInfo held = ToLoop(each.record, *each.wave);
-        held.oneShot = each.record[kLoopMode] == kOneShot && loop.oneShot;
-        notes_.Loop(region, loop, held);
-        if (region.phaseGroup != 0)
-            notes_.Param(region, kParamPhaseGroup, region.phaseGroup, 0);
-    }
-
-    void NoteInstrument(const std::u16string& name)
-    {
-        if (!notes_.IsWanted())
-            return;
-        notes_.Name(instrument_, name, u"the file's name stands for it");
-        for (const ParamId id :
-             {kTextArtist, kTextComments, kTextCopyright, kTextEngineer, kTextProduct, kTextImage})
-            notes_.Text(instrument_, id, u"", kNoText);
-        for (const ParamId id : {kParamBankMsb, kParamBankLsb, kParamProgram, kParamDrum})
-            if (instrument_.GetParam(id) != 0)
-                notes_.Param(instrument_, id, instrument_.GetParam(id), 0);
-        for (std::size_t slot = 0; slot < kChannelFxSlots; ++slot) {
-            const ChannelFx& fx = instrument_.channelFx[slot];
-            const bool isWritten = generation_ == Generation::Second && !WordOf(fx.type).empty();
-            ChannelFx plain;
-            plain.type = fx.type;
-            if (fx.type == ChannelFxType::None || (isWritten && fx == plain))
-                continue;
-            notes_.Add({.fidelity = isWritten ? Fidelity::Approximated : Fidelity::Lost,
-                        .topic = NoteTopic::Effect,
-                        .item = ItemPath(instrument_),
-                        .what = u"Channel effect " + std::u16string(1, static_cast<char16_t>(u'1' + slot)),
-                        .from = {},
-                        .to = {},
-                        .reason = isWritten ? u"only its kind is kept" : u"the format has no such effect"});
-        }
     }
 
     const Instrument& instrument_;
@@ -283,27 +226,8 @@ private:
     ConversionNotes& notes_;
     Record global_;
     std::vector<OutGroup> groups_;
+    std::unordered_set<const Waveform*>& sampled_; ///< of all instruments: those that were noted
 };
-
-void NoteRest(const Item& root, const ExportSet& set, ConversionNotes& notes)
-{
-    if (!notes.IsWanted() || root.Kind() != ItemKind::Collection)
-        return;
-    std::unordered_set<const Waveform*> used;
-    for (const Instrument* instrument : set.Instruments())
-        for (const Layer* layer : instrument->Layers())
-            for (const Region* region : layer->Regions())
-                used.insert(region->Wave());
-    for (const Waveform* wave : set.Waveforms())
-        if (!used.contains(wave))
-            notes.Dropped(*wave, u"no instrument plays it");
-    for (const Song& song : root.Owner().All<Song>())
-        notes.Dropped(song, u"the format has no songs");
-    const auto& texts = static_cast<const TextItem&>(root);
-    for (const ParamId id :
-         {kTextArtist, kTextComments, kTextCopyright, kTextEngineer, kTextProduct, kTextImage})
-        notes.Text(texts, id, u"", kNoText);
-}
 
 } // namespace
 } // namespace sfz
@@ -322,12 +246,13 @@ bool WriteSfz(Item& root, FileObject& file, FormatChoice& choice)
     SampleFileWriter files(root.Owner(), choice);
     files.Reserve(folder, path.substr(GetFileName(path)));
     ConversionNotes notes(root.Owner().GetHost());
-    NoteRest(root, set, notes);
+    NoteRest(notes, root, set);
+    std::unordered_set<const Waveform*> sampled;
     bool isFirst = true;
     for (const Instrument* instrument : set.Instruments()) {
         const std::u16string name = isFirst ? BaseName(path) : SanitizeFileName(instrument->GetName());
         std::string text;
-        if (!TextWriter(*instrument, choice.variant, notes).Write(files, folder, name, text))
+        if (!TextWriter(*instrument, choice.variant, notes, sampled).Write(files, folder, name, text))
             return false;
         const bool isWritten =
             isFirst ? file.WriteAll(std::as_bytes(std::span(text))) || Fail(u"Couldn't write to file!")
@@ -336,8 +261,8 @@ bool WriteSfz(Item& root, FileObject& file, FormatChoice& choice)
             return false;
         isFirst = false;
     }
-    files.Keep();
-    return true;
+    // A full disk is found here, ahead of the moment when the samples take their places.
+    return (file.Sync() || Fail(u"Couldn't write to file!")) && files.Commit();
 }
 
 float SfzSubFormats(std::uint32_t index, std::uint32_t variant, std::u16string* name)

@@ -72,29 +72,10 @@ float PanOf(unsigned channel, float pan) noexcept
     return channel == 0 ? -1 + 2 * std::max(pan, 0.0f) : 1 + 2 * std::min(pan, 0.0f);
 }
 
-/// The zone of an articulation, and always the same for what it is read as: where a value lies outside the
-/// limits, another step than that at the limit may stand for what is left of it.
-void SetArticulation(Zone& zone, const ArticulationBlock& block, const Instrument& instrument, float gainDb,
-                     unsigned major)
-{
-    if (major == kVersion1)
-        return ArticulationToVersion1(block, instrument, gainDb, zone);
-    ArticulationToZone(block, &instrument, gainDb, zone);
-    ArticulationBlock read;
-    ZoneToArticulation(zone, read, instrument);
-    if (!read.SameValues(block))
-        ArticulationToZone(read, &instrument, 0, zone);
-}
-
 /// In version 1 the zone says the sample's whole pitch; what is no whole key goes to the tuning.
-void SetPitch(OutZone& zone, const OutSample& sample, ArticulationBlock& block, unsigned major)
+void SetPitch1(OutZone& zone, const OutSample& sample, ArticulationBlock& block)
 {
     const int rootKey = zone.region->EffectiveRootKey();
-    if (major != kVersion1) {
-        if (rootKey != sample.rootKey)
-            zone.values.generators[kGenRootKey] = rootKey;
-        return;
-    }
     const Waveform& wave = *sample.wave;
     const PitchOfVersion1 pitch =
         PitchForVersion1(wave.rateHz, wave.fineTune, rootKey, block[kArtKeyToPitch]);
@@ -104,19 +85,40 @@ void SetPitch(OutZone& zone, const OutSample& sample, ArticulationBlock& block, 
         block.Set(kArtTuning, block[kArtTuning] + static_cast<float>(pitch.semitones));
 }
 
-OutZone ZoneOf(const Region& region, const Instrument& instrument, const SampleList& samples,
-               std::size_t place, unsigned major)
-{
-    const OutSample& sample = samples.samples[place];
-    OutZone zone{&region, region.trigger.keys, region.trigger.velocities, place, DefaultZone()};
-    ArticulationBlock block = region.articulation;
-    if (sample.channel != OutSample::kWhole)
-        block.Set(kArtPan, PanOf(sample.channel, block[kArtPan]));
-    SetPitch(zone, sample, block, major);
-    SetArticulation(zone.values, block, instrument, sample.wave->volume, major);
-    SetSample(zone.values, region, sample);
-    return zone;
-}
+/// Makes the zones of one instrument.
+class Zones {
+public:
+    Zones(const Instrument& instrument, const SampleList& samples, unsigned major, ZoneCache& cache) noexcept
+        : instrument_(instrument), samples_(samples), major_(major), cache_(cache)
+    {
+    }
+
+    OutZone Of(const Region& region, std::size_t place)
+    {
+        const OutSample& sample = samples_.samples[place];
+        OutZone zone{&region, region.trigger.keys, region.trigger.velocities, place, DefaultZone()};
+        ArticulationBlock block = region.articulation;
+        if (sample.channel != OutSample::kWhole)
+            block.Set(kArtPan, PanOf(sample.channel, block[kArtPan]));
+        if (major_ == kVersion1) {
+            SetPitch1(zone, sample, block);
+            ArticulationToVersion1(block, instrument_, sample.wave->volume, zone.values);
+        } else {
+            zone.values =
+                ZoneOf(cache_.TimbreOf(region.articulation), block, instrument_, sample.wave->volume);
+            if (const int rootKey = region.EffectiveRootKey(); rootKey != sample.rootKey)
+                zone.values.generators[kGenRootKey] = rootKey;
+        }
+        SetSample(zone.values, region, sample);
+        return zone;
+    }
+
+private:
+    const Instrument& instrument_;
+    const SampleList& samples_;
+    unsigned major_;
+    ZoneCache& cache_;
+};
 
 /// The range of the layer, unless it would cut something off, or the zones all say the same.
 MidiRange RangeFor(const std::vector<OutZone>& zones, MidiRange layer, MidiRange OutZone::*range)
@@ -185,18 +187,20 @@ std::vector<OutPreset> ListPresets(const ExportSet& set)
     return presets;
 }
 
-std::vector<OutLayer> LayersOf(const Instrument& instrument, const SampleList& samples, unsigned major)
+std::vector<OutLayer> LayersOf(const Instrument& instrument, const SampleList& samples, unsigned major,
+                               ZoneCache& cache)
 {
     std::vector<OutLayer> layers;
+    Zones make(instrument, samples, major, cache);
     for (const Layer* layer : instrument.Layers()) {
         std::vector<OutZone> zones, rights;
         for (const Region* region : layer->Regions()) {
             const auto found = samples.places.find(region->Wave());
             if (found == samples.places.end())
                 continue;
-            zones.push_back(ZoneOf(*region, instrument, samples, found->second, major));
+            zones.push_back(make.Of(*region, found->second));
             if (samples.samples[found->second].channel == 0)
-                rights.push_back(ZoneOf(*region, instrument, samples, found->second + 1, major));
+                rights.push_back(make.Of(*region, found->second + 1));
         }
         AddLayer(layers, *layer, std::move(zones), samples);
         AddLayer(layers, *layer, std::move(rights), samples);

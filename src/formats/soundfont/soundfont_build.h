@@ -4,9 +4,10 @@
 
 #include "formats/conversion_notes.h"
 #include "formats/export_set.h"
-#include "formats/soundfont/soundfont_units.h"
+#include "formats/soundfont/soundfont_zone_cache.h"
 
 #include <optional>
+#include <span>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -69,7 +70,9 @@ struct OutPreset {
 std::vector<OutPreset> ListPresets(const ExportSet& set);
 /// The layers that have anything to play. One with stereo waveforms gives two, left and right.
 /// @param major  version of the bank; 1: zones as HeldByVersion1 gives them, with the pitch of the sample
-std::vector<OutLayer> LayersOf(const Instrument& instrument, const SampleList& samples, unsigned major);
+/// @param cache  for all instruments
+std::vector<OutLayer> LayersOf(const Instrument& instrument, const SampleList& samples, unsigned major,
+                               ZoneCache& cache);
 
 /// Zones with their generators and modulators, as the file has them.
 struct OutZoneTables {
@@ -115,7 +118,7 @@ private:
     std::size_t InstrumentFor(OutLayer& layer);
     const OutLayer* FindShared(const OutLayer& layer, std::uint64_t hash, std::size_t* place) const;
     std::vector<OutLayer> Divided(std::vector<OutLayer> layers) const;
-    std::size_t CostOf(const std::vector<OutLayer>& bands) const;
+    std::size_t CostOf(std::span<const OutLayer> bands) const;
 
     std::optional<Zone> DifferenceFrom(const OutLayer& layer, const OutLayer& held) const noexcept;
 

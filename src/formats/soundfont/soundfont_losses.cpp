@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <unordered_set>
+#include <utility>
 
 namespace vimbo::sf2 {
 namespace {
@@ -57,20 +58,62 @@ void NoteZone(ConversionNotes& notes, const OutZone& zone, const OutSample& samp
         notes.Param(region, kParamPhaseGroup, region.phaseGroup, 0);
 }
 
-void NoteEffects(ConversionNotes& notes, const Instrument& instrument)
+bool AnySendsTo(const std::vector<OutLayer>& layers, ChannelFxType effect)
+{
+    return std::ranges::any_of(layers, [effect](const OutLayer& layer) {
+        return std::ranges::any_of(layer.zones,
+                                   [effect](const OutZone& zone) { return SendsTo(zone.values, effect); });
+    });
+}
+
+/// What becomes of the effect in a slot: zones only say how much goes to the reverb and to the chorus.
+/// @param reason  why it does not stay as it is; empty: it does
+Fidelity FateOf(const Instrument& instrument, std::size_t slot, const std::vector<OutLayer>& layers,
+                std::u16string_view& reason)
+{
+    const ChannelFx& effect = instrument.channelFx[slot];
+    const bool isReverb = effect.type == ChannelFxType::Reverb;
+    if (!isReverb && effect.type != ChannelFxType::Chorus)
+        reason = u"the format has sends to reverb and chorus only";
+    else if (FindChannelFx(instrument, effect.type) != slot)
+        reason = u"the format has one reverb and one chorus";
+    else if (!AnySendsTo(layers, effect.type))
+        reason = u"nothing is sent to it";
+    else {
+        reason = effect != (isReverb ? kDefaultReverb : kDefaultChorus)
+                     ? u"the format says nothing of how the effect is set"
+                     : u"";
+        return reason.empty() ? Fidelity::Kept : Fidelity::Approximated;
+    }
+    return Fidelity::Lost;
+}
+
+void NoteEffects(ConversionNotes& notes, const Instrument& instrument, const std::vector<OutLayer>& layers)
 {
     for (std::size_t slot = 0; slot < kChannelFxSlots; ++slot) {
-        const ChannelFxType type = instrument.channelFx[slot].type;
-        if (type == ChannelFxType::None || type == ChannelFxType::Reverb || type == ChannelFxType::Chorus)
+        std::u16string_view reason;
+        if (instrument.channelFx[slot].type == ChannelFxType::None)
             continue;
-        notes.Add({.fidelity = Fidelity::Lost,
+        const Fidelity fidelity = FateOf(instrument, slot, layers, reason);
+        if (fidelity == Fidelity::Kept)
+            continue;
+        notes.Add({.fidelity = fidelity,
                    .topic = NoteTopic::Effect,
                    .item = ItemPath(instrument),
                    .what = u"Channel effect " + std::u16string(1, static_cast<char16_t>(u'1' + slot)),
                    .from = {},
                    .to = {},
-                   .reason = u"the format has sends to reverb and chorus only"});
+                   .reason = std::u16string(reason)});
     }
+}
+
+/// The two sides of stereo waveforms follow one another and have one name.
+void NoteLayerNames(ConversionNotes& notes, const std::vector<OutLayer>& layers)
+{
+    const Layer* last = nullptr;
+    for (const OutLayer& layer : layers)
+        if (std::exchange(last, layer.layer) != layer.layer)
+            notes.LayerName(*layer.layer, NarrowToWide(layer.name), kShortNames);
 }
 
 void NoteLocation(ConversionNotes& notes, const OutPreset& preset)
@@ -122,7 +165,8 @@ void NotePreset(ConversionNotes& notes, const OutPreset& preset, const std::vect
     notes.Name(instrument, NarrowToWide(preset.name), kShortNames);
     NoteTexts(notes, instrument);
     NoteLocation(notes, preset);
-    NoteEffects(notes, instrument);
+    NoteEffects(notes, instrument, layers);
+    NoteLayerNames(notes, layers);
     NoteMissing(notes, instrument, samples);
     for (const OutLayer& layer : layers)
         for (const OutZone& zone : layer.zones)

@@ -74,12 +74,19 @@ double KeyGeneratorAmount(double factor) noexcept
     return -100 * std::log2(factor);
 }
 
+/// A factor of an amount as the block stores it. Most amounts are 0.
+template <class Read>
+float StoredFactor(ParamId id, int amount, Read toFactor) noexcept
+{
+    return amount == 0 ? 1.0f : Stored(id, toFactor(amount));
+}
+
 /// The step of a factor whose `Read` is `toFactor`.
 template <class Read>
 int InvertFactor(ParamId id, float factor, double formula, Limits limits, Read toFactor)
 {
     return Invert(formula, limits, 0, Stored(id, factor),
-                  [&](int amount) { return Stored(id, toFactor(amount)); });
+                  [&](int amount) { return StoredFactor(id, amount, toFactor); });
 }
 
 float SustainLevel(const EnvelopeSource& source, int amount) noexcept
@@ -96,14 +103,14 @@ DahdsrEnvelope ReadEnvelope(const Zone& zone, const EnvelopeSource& source) noex
         const Stage& stage = kStages[i];
         out.*stage.seconds = TimecentsToSeconds(generator(stage.generator));
         out.*stage.velocity =
-            Stored(IdOf(source, stage.velocityOffset), VelocityFactor(zone.slots[velocitySlots + i]));
+            StoredFactor(IdOf(source, stage.velocityOffset), zone.slots[velocitySlots + i], VelocityFactor);
     }
     for (std::size_t i = 0; i < kStagesByKeySlot.size(); ++i) {
         const Stage& stage = kStages[kStagesByKeySlot[i]];
-        out.*stage.key = Stored(IdOf(source, stage.keyOffset), KeyFactor(zone.slots[keySlots + i]));
+        out.*stage.key = StoredFactor(IdOf(source, stage.keyOffset), zone.slots[keySlots + i], KeyFactor);
     }
-    out.keyToHold = Stored(IdOf(source, kEnvKeyToDecay1), KeyGeneratorFactor(generator(kKeyToHold)));
-    out.keyToDecay = Stored(IdOf(source, kEnvKeyToDecay2), KeyGeneratorFactor(generator(kKeyToDecay)));
+    out.keyToHold = StoredFactor(IdOf(source, kEnvKeyToDecay1), generator(kKeyToHold), KeyGeneratorFactor);
+    out.keyToDecay = StoredFactor(IdOf(source, kEnvKeyToDecay2), generator(kKeyToDecay), KeyGeneratorFactor);
     out.sustain = SustainLevel(source, generator(kSustain));
     return out;
 }

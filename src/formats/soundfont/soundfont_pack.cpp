@@ -2,6 +2,7 @@
 #include "formats/soundfont/soundfont_build.h"
 #include "formats/soundfont/soundfont_unit_parts.h"
 #include "formats/soundfont/soundfont_units1.h"
+#include "formats/soundfont/soundfont_word_hash.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -41,6 +42,18 @@ bool IsRelative(std::size_t generator) noexcept
     }
 }
 
+/// All bits of those generators.
+const std::array<std::int32_t, kGenerators>& RelativeBits() noexcept
+{
+    static const auto kBits = [] {
+        std::array<std::int32_t, kGenerators> bits{};
+        for (std::size_t i = 0; i < kGenerators; ++i)
+            bits[i] = IsRelative(i) ? -1 : 0;
+        return bits;
+    }();
+    return kBits;
+}
+
 /// Generators that may stand in an instrument's global zone.
 bool MayBeGlobal(std::size_t generator) noexcept
 {
@@ -75,19 +88,37 @@ std::int32_t Commonest(std::vector<std::int32_t>& values, std::int32_t usual, bo
     return best;
 }
 
+/// Marks amounts that are not the usual one in all zones; most are.
+template <std::size_t Count>
+std::array<bool, Count> FindUnusual(std::span<const ZoneRecord> zones, const Zone& usual,
+                                    std::array<std::int32_t, Count> Zone::*amounts) noexcept
+{
+    std::array<std::int32_t, Count> away{};
+    for (const ZoneRecord& zone : zones)
+        for (std::size_t i = 0; i < Count; ++i)
+            away[i] |= (zone.values->*amounts)[i] ^ (usual.*amounts)[i];
+    std::array<bool, Count> unusual;
+    std::ranges::transform(away, unusual.begin(), [](std::int32_t bits) { return bits != 0; });
+    return unusual;
+}
+
 /// What a global zone says for the others. Defaults for less than two.
 Zone GlobalOf(std::span<const ZoneRecord> zones, const Zone& defaults)
 {
     Zone global = defaults;
     std::vector<std::int32_t> values(zones.size());
+    const auto generators = FindUnusual(zones, defaults, &Zone::generators);
+    const auto slots = FindUnusual(zones, defaults, &Zone::slots);
     for (std::size_t i = 0; i < kGenerators; ++i) {
-        if (!MayBeGlobal(i))
+        if (!generators[i] || !MayBeGlobal(i))
             continue;
         std::ranges::transform(zones, values.begin(),
                                [i](const ZoneRecord& zone) { return zone.values->generators[i]; });
         global.generators[i] = Commonest(values, defaults.generators[i], false);
     }
     for (std::size_t i = kFirstWrittenSlot; i < kSlots; ++i) {
+        if (!slots[i])
+            continue;
         std::ranges::transform(zones, values.begin(),
                                [i](const ZoneRecord& zone) { return zone.values->slots[i]; });
         global.slots[i] = Commonest(values, defaults.slots[i], i == kSlotVelToVolume);
@@ -223,24 +254,20 @@ std::optional<Zone> DifferenceOf(const OutLayer& layer, const OutLayer& held) no
 /// Equal for layers that have a difference.
 std::uint64_t HashOf(const OutLayer& layer) noexcept
 {
-    std::uint64_t hash = 0xCBF29CE484222325; // FNV-1a over words
-    const auto add = [&hash](std::uint32_t word) {
-        hash = (hash ^ word) * 0x100000001B3;
-        hash ^= hash >> 29;
-    };
-    for (const char c : layer.name)
-        add(static_cast<unsigned char>(c));
+    WordHash hash;
+    const auto add = [&](auto number) { hash.Add(static_cast<std::uint64_t>(number)); };
+    std::ranges::for_each(layer.name, add);
     const auto& first = layer.zones.front().values.generators;
+    const auto& relative = RelativeBits();
     for (const OutZone& zone : layer.zones) {
         add(zone.keys.Word());
         add(zone.velocities.Word());
-        add(static_cast<std::uint32_t>(zone.sample));
+        add(zone.sample);
         for (std::size_t i = 0; i < kGenerators; ++i)
-            add(static_cast<std::uint32_t>(zone.values.generators[i] - (IsRelative(i) ? first[i] : 0)));
-        for (const std::int32_t amount : zone.values.slots)
-            add(static_cast<std::uint32_t>(amount));
+            add(zone.values.generators[i] - (first[i] & relative[i]));
+        std::ranges::for_each(zone.values.slots, add);
     }
-    return hash;
+    return hash.Get();
 }
 
 } // namespace
@@ -287,7 +314,7 @@ std::size_t TablePacker::InstrumentFor(OutLayer& layer)
 }
 
 /// Generators that the bands would add to the instruments and to the preset.
-std::size_t TablePacker::CostOf(const std::vector<OutLayer>& bands) const
+std::size_t TablePacker::CostOf(std::span<const OutLayer> bands) const
 {
     std::size_t cost = 0;
     std::unordered_multimap<std::uint64_t, const OutLayer*> fresh;
@@ -320,8 +347,8 @@ std::vector<OutLayer> TablePacker::Divided(std::vector<OutLayer> layers) const
     const std::array dividable{FindDividable(layers, kAxes[0]), FindDividable(layers, kAxes[1])};
     std::vector<OutLayer> result;
     for (std::size_t i = 0; i < layers.size(); ++i) {
-        std::vector<OutLayer> best{layers[i]};
-        std::size_t least = CostOf(best);
+        std::vector<OutLayer> best; // empty: the layer as it is
+        std::size_t least = CostOf(std::span(&layers[i], 1));
         for (std::size_t axis = 0; axis < kAxes.size(); ++axis) {
             if (!dividable[axis][i])
                 continue;
@@ -332,6 +359,8 @@ std::vector<OutLayer> TablePacker::Divided(std::vector<OutLayer> layers) const
             least = cost;
             best = std::move(bands);
         }
+        if (best.empty())
+            result.push_back(std::move(layers[i]));
         std::ranges::move(best, std::back_inserter(result));
     }
     return result;

@@ -1,15 +1,14 @@
 // Reading SoundFont banks: presets to instruments, their zones to layers, the instruments' zones to regions.
 #include "base/last_error.h"
 #include "formats/soundfont/soundfont.h"
-#include "formats/soundfont/soundfont_samples.h"
-#include "formats/soundfont/soundfont_zones.h"
+#include "formats/soundfont/soundfont_sounds.h"
 #include "formats/wave/wave_texts.h"
 #include "model/key_velocity_grid.h"
 
 #include <algorithm>
 #include <cmath>
+#include <memory>
 #include <optional>
-#include <unordered_map>
 
 namespace vimbo {
 namespace sf2 {
@@ -28,79 +27,14 @@ std::optional<MidiRange> Intersection(MidiRange a, MidiRange b) noexcept
     return both.low <= both.high ? std::optional(both) : std::nullopt;
 }
 
-struct ZoneHash {
-    std::size_t operator()(const Zone& zone) const noexcept
-    {
-        // Each word times an odd number of its own: the sums do not wait for one another.
-        std::uint64_t hash = 0, factor = 0x9E3779B97F4A7C15;
-        const auto add = [&](std::int32_t word) {
-            hash += static_cast<std::uint32_t>(word) * factor;
-            factor += 0xD1B54A32D192ED02;
-        };
-        std::ranges::for_each(zone.generators, add);
-        std::ranges::for_each(zone.slots, add);
-        return static_cast<std::size_t>(hash ^ hash >> 32);
-    }
-};
-
-/// The articulations of an instrument's zones, many of which are equal; equal ones share their values. Sends
-/// depend on the instrument's effects, and few zones of other instruments are equal to these, so nothing is
-/// kept for the next one.
-class Articulations {
-public:
-    explicit Articulations(Instrument& instrument) noexcept : instrument_(instrument) {}
-    /// What a zone sounds like on a sample.
-    const ArticulationBlock& Of(Zone zone, const BankSample& sample)
-    {
-        if (sample.side != BankSample::Side::None)
-            zone.generators[kGenPan] = 0; // the side decides
-        const auto [place, isNew] = zones_.try_emplace(zone);
-        Converted& converted = place->second;
-        if (isNew)
-            Convert(zone, converted.plain);
-        if (sample.side == BankSample::Side::None && !sample.isUnpitched)
-            return converted.plain;
-        auto& block = converted.onSamples[static_cast<std::size_t>(sample.side)][sample.isUnpitched ? 1 : 0];
-        if (!block)
-            block = OnSample(converted.plain, sample);
-        return *block;
-    }
-    std::uint64_t LostSends() const noexcept { return lostSends_; }
-
-private:
-    struct Converted {
-        ArticulationBlock plain;
-        /// By the sample's side, then for pitched and unpitched ones.
-        std::array<std::array<std::optional<ArticulationBlock>, 2>, BankSample::kSides> onSamples;
-    };
-
-    void Convert(const Zone& zone, ArticulationBlock& out)
-    {
-        int lost = 0;
-        ZoneToArticulation(zone, out, &instrument_, &lost);
-        lostSends_ += static_cast<std::uint64_t>(lost);
-    }
-
-    static ArticulationBlock OnSample(ArticulationBlock block, const BankSample& sample)
-    {
-        if (sample.side != BankSample::Side::None)
-            block.Set(kArtPan, sample.side == BankSample::Side::Left ? -1.0f : 1.0f);
-        if (sample.isUnpitched && block[kArtKeyToPitch] == 1)
-            block.Set(kArtKeyToPitch, 0);
-        return block;
-    }
-
-    Instrument& instrument_;
-    std::unordered_map<Zone, Converted, ZoneHash> zones_;
-    std::uint64_t lostSends_ = 0;
-};
-
 /// The layers of one zone of a preset. Regions of a layer do not overlap; those that do, as the samples of a
 /// stereo pair, go to a further layer.
 class LayerStack {
 public:
-    LayerStack(Instrument& instrument, std::u16string_view name, const BankZone& preset) noexcept
-        : instrument_(instrument), name_(name), preset_(preset)
+    /// @param keys, velocities  of the preset's zone
+    LayerStack(Instrument& instrument, std::u16string_view name, MidiRange keys,
+               MidiRange velocities) noexcept
+        : instrument_(instrument), name_(name), keys_(keys), velocities_(velocities)
     {
     }
 
@@ -136,14 +70,14 @@ private:
             layer.trigger.Set(low, range.low);
             layer.trigger.Set(high, range.high);
         };
-        restrict(preset_.keys, kParamLowKey, kParamHighKey);
-        restrict(preset_.velocities, kParamLowVelocity, kParamHighVelocity);
+        restrict(keys_, kParamLowKey, kParamHighKey);
+        restrict(velocities_, kParamLowVelocity, kParamHighVelocity);
         return layer;
     }
 
     Instrument& instrument_;
     std::u16string_view name_;
-    const BankZone& preset_;
+    MidiRange keys_, velocities_;
     std::vector<Place> layers_;
 };
 
@@ -185,28 +119,55 @@ private:
         instrument.location.SetProgram(header.preset.Get());
         if ((header.library.Get() | header.genre.Get() | header.morphology.Get()) != 0)
             ++presetsWithClasses_;
-        Articulations articulations(instrument);
+        Articulations articulations(instrument, timbres_);
         for (const BankZone& preset : PresetZones(bank_, index, unplaced_))
-            if (preset.link < instruments_.size() && !ReadZone(instrument, preset, articulations))
+            if (preset.link < instruments_.size() &&
+                !ReadZone(instrument, Held(preset, timbres_.DifferenceOf(preset.values)), articulations))
                 return false;
         lostSends_ += articulations.LostSends();
         return true;
     }
 
-    /// Many presets share an instrument.
-    const std::vector<BankZone>& ZonesOf(std::size_t instrument)
+    /// What is needed of a zone for every region that it becomes.
+    struct HeldZone {
+        MidiRange keys, velocities;
+        SampleSettings sample;
+        std::size_t link;
+        Sound sound; ///< of the zone alone
+        /// Version 1 has no plain sums.
+        std::unique_ptr<const BankZone> version1;
+    };
+    HeldZone Held(const BankZone& zone, const Sound& sound) const
     {
-        auto& zones = instruments_[instrument];
-        if (!zones)
-            zones = InstrumentZones(bank_, instrument, unplaced_);
-        return *zones;
+        return {zone.keys,   zone.velocities,
+                zone.sample, zone.link,
+                sound,       bank_.major == kVersion1 ? std::make_unique<const BankZone>(zone) : nullptr};
     }
 
-    bool ReadZone(Instrument& instrument, const BankZone& preset, Articulations& articulations)
+    /// Many presets share an instrument.
+    const std::vector<HeldZone>& ZonesOf(std::size_t instrument)
+    {
+        auto& held = instruments_[instrument];
+        if (held)
+            return *held;
+        const std::vector<BankZone> zones = InstrumentZones(bank_, instrument, unplaced_);
+        held.emplace().reserve(zones.size());
+        for (const BankZone& zone : zones)
+            held->push_back(Held(zone, timbres_.SoundOf(zone.values)));
+        return *held;
+    }
+
+    Sound SoundOf(const HeldZone& zone, const HeldZone& preset)
+    {
+        return bank_.major == kVersion1 ? timbres_.SoundOf(SumOfVersion1(*zone.version1, *preset.version1))
+                                        : timbres_.SumOf(zone.sound, preset.sound);
+    }
+
+    bool ReadZone(Instrument& instrument, const HeldZone& preset, Articulations& articulations)
     {
         const std::u16string name = NameOf(bank_.instruments[preset.link].name);
-        LayerStack layers(instrument, name, preset);
-        for (const BankZone& zone : ZonesOf(preset.link)) {
+        LayerStack layers(instrument, name, preset.keys, preset.velocities);
+        for (const HeldZone& zone : ZonesOf(preset.link)) {
             const auto keys = Intersection(zone.keys, preset.keys);
             const auto velocities = Intersection(zone.velocities, preset.velocities);
             if (zone.link >= samples_.size() || samples_[zone.link].wave == nullptr || !keys || !velocities)
@@ -218,20 +179,20 @@ private:
                 ++stackedTooHigh_;
                 continue;
             }
-            Region& region = layer->AddRegion(samples_[zone.link].wave->Handle(), *keys, *velocities);
             const BankSample& sample = samples_[zone.link];
-            const Zone sum = SumOf(zone, preset, bank_.major);
-            region.articulation = articulations.Of(sum, sample);
+            Region& region = layer->AddRegion(sample.wave->Handle(), *keys, *velocities);
+            const Sound sound = SoundOf(zone, preset);
+            region.articulation = articulations.Of(sound, sample);
             ApplySample(region, zone, sample);
-            FoldTuning(region, sum);
+            FoldTuning(region, sound);
         }
         return true;
     }
 
-    void ApplySample(Region& region, const BankZone& zone, const BankSample& sample)
+    void ApplySample(Region& region, const HeldZone& zone, const BankSample& sample)
     {
         Waveform& wave = *sample.wave;
-        region.rootKey = static_cast<std::uint8_t>(RootKeyOf(zone, wave.rootKey, bank_.major));
+        region.rootKey = static_cast<std::uint8_t>(RootKeyOf(zone.sample, wave.rootKey, bank_.major));
         region.overrideFlags = Region::kAllOverrides;
         SetLoop(region, zone.sample, wave);
         SetOffsets(region, zone.sample);
@@ -242,10 +203,11 @@ private:
 
     /// Tuning beyond what the articulation holds moves the root key, which sounds the same for sounds that
     /// follow the keys in semitones.
-    static void FoldTuning(Region& region, const Zone& sum)
+    static void FoldTuning(Region& region, const Sound& sound)
     {
+        static_assert(kMixGenerators[0] == kGenCoarseTune && kMixGenerators[1] == kGenFineTune);
         const ParamRow& row = ArticulationParamRow(kArtTuning);
-        const double tuning = sum.generators[kGenCoarseTune] + sum.generators[kGenFineTune] * 0.01;
+        const double tuning = sound.mix[0] + sound.mix[1] * 0.01;
         const double excess = tuning - std::clamp<double>(tuning, row.minimum, row.maximum);
         if (excess == 0 || region.articulation[kArtKeyToPitch] != 1)
             return;
@@ -333,7 +295,8 @@ private:
     Collection& items_;
     const Tables& bank_;
     std::vector<BankSample> samples_;
-    std::vector<std::optional<std::vector<BankZone>>> instruments_;
+    std::vector<std::optional<std::vector<HeldZone>>> instruments_;
+    Timbres timbres_;
     Unplaced unplaced_;
     std::size_t regions_ = 0;
     std::uint64_t lostSends_ = 0, stackedTooHigh_ = 0, offsetsOutside_ = 0, fixedVelocities_ = 0,

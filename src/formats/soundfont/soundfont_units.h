@@ -100,6 +100,20 @@ void ZoneToArticulation(const Zone& zone, ArticulationBlock& out, Instrument* in
 /// The same without adding effects: sends to effects that the instrument lacks are dropped.
 void ZoneToArticulation(const Zone& zone, ArticulationBlock& out, const Instrument& instrument);
 
+/// What differs most between the zones of a bank: tuning, level, pan and sends.
+inline constexpr std::array<std::size_t, 6> kMixGenerators{kGenCoarseTune, kGenFineTune,   kGenAttenuation,
+                                                           kGenPan,        kGenReverbSend, kGenChorusSend};
+/// ZoneToArticulation in two steps. The first one does most of the work, and the same for all zones that only
+/// differ in their kMixGenerators. The second needs a block that has had the first, and may have had the
+/// second for another mix and instrument; arguments as above.
+void ReadTimbre(const Zone& zone, ArticulationBlock& out);
+void ReadMix(const Zone& zone, ArticulationBlock& out, Instrument* instrument, int* lostSends = nullptr);
+void ReadMix(const Zone& zone, ArticulationBlock& out, const Instrument& instrument);
+
+/// True if the zone sends to the effect, as the standard's own default modulators do not count.
+/// @param effect  reverb or chorus
+bool SendsTo(const Zone& zone, ChannelFxType effect) noexcept;
+
 /// The zone of an articulation: inverse of ZoneToArticulation. Where the formula's nearest step would not
 /// read back as the same value although a step close by does, that step is taken; so what was read once comes
 /// back exactly. Generators that depend on the sample (root key, offsets, modes, exclusive class) are left as
@@ -107,5 +121,9 @@ void ZoneToArticulation(const Zone& zone, ArticulationBlock& out, const Instrume
 /// @param waveGainDb  the waveform's volume, which goes into the attenuation
 void ArticulationToZone(const ArticulationBlock& block, const Instrument* instrument, float waveGainDb,
                         Zone& out);
+/// ArticulationToZone in two steps, likewise: the second needs a zone that has had the first, for a block
+/// that only differs in volume, tuning, pan and sends.
+void WriteTimbre(const ArticulationBlock& block, Zone& out);
+void WriteMix(const ArticulationBlock& block, const Instrument* instrument, float waveGainDb, Zone& out);
 
 } // namespace vimbo::sf2

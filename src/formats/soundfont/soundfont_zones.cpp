@@ -92,6 +92,7 @@ public:
         if (level_ == Level::Instrument)
             global.values = DefaultZone();
         const IndexRange range = tables_.Zones(owner);
+        zones.reserve(range.end - range.first);
         for (std::size_t i = range.first; i < range.end; ++i) {
             BankZone zone = global;
             Apply(i, zone);
@@ -162,16 +163,6 @@ private:
     Unplaced& unplaced_;
 };
 
-Zone Sum(const Zone& a, const Zone& b) noexcept
-{
-    Zone sum = a;
-    for (std::size_t i = 0; i < kGenerators; ++i)
-        sum.generators[i] += b.generators[i];
-    for (std::size_t i = 0; i < kSlots; ++i)
-        sum.slots[i] += b.slots[i];
-    return sum;
-}
-
 /// Root key and tuning of a sample whose pitch is given in cents: the nearest key, and how far to raise it.
 struct Pitch {
     int key, raiseCents;
@@ -180,6 +171,18 @@ Pitch PitchOf(int cents) noexcept
 {
     const int key = (cents + kCentsPerKey / 2) / kCentsPerKey;
     return {key, key * kCentsPerKey - cents};
+}
+
+} // namespace
+
+std::vector<BankZone> InstrumentZones(const Tables& bank, std::size_t instrument, Unplaced& unplaced)
+{
+    return ZoneReader(bank, Level::Instrument, unplaced).Read(instrument);
+}
+
+std::vector<BankZone> PresetZones(const Tables& bank, std::size_t preset, Unplaced& unplaced)
+{
+    return ZoneReader(bank, Level::Preset, unplaced).Read(preset);
 }
 
 /// Presets fill in what the instrument leaves open. Tuning goes along the scale.
@@ -204,26 +207,8 @@ Zone SumOfVersion1(const BankZone& instrument, const BankZone& preset) noexcept
     return sum;
 }
 
-} // namespace
-
-std::vector<BankZone> InstrumentZones(const Tables& bank, std::size_t instrument, Unplaced& unplaced)
+int RootKeyOf(const SampleSettings& sample, int originalPitch, unsigned major) noexcept
 {
-    return ZoneReader(bank, Level::Instrument, unplaced).Read(instrument);
-}
-
-std::vector<BankZone> PresetZones(const Tables& bank, std::size_t preset, Unplaced& unplaced)
-{
-    return ZoneReader(bank, Level::Preset, unplaced).Read(preset);
-}
-
-Zone SumOf(const BankZone& instrument, const BankZone& preset, unsigned major)
-{
-    return major == 1 ? SumOfVersion1(instrument, preset) : Sum(instrument.values, preset.values);
-}
-
-int RootKeyOf(const BankZone& instrument, int originalPitch, unsigned major) noexcept
-{
-    const SampleSettings& sample = instrument.sample;
     if (major != 1)
         return sample.rootKey >= 0 ? sample.rootKey : originalPitch;
     int key = sample.samplePitch >= 0 ? PitchOf(sample.samplePitch).key : originalPitch;

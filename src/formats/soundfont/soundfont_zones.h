@@ -47,10 +47,10 @@ std::vector<BankZone> InstrumentZones(const Tables& bank, std::size_t instrument
 /// they are values for what the instrument leaves open.
 std::vector<BankZone> PresetZones(const Tables& bank, std::size_t preset, Unplaced& unplaced);
 
-/// What an instrument zone sounds like below a preset zone. Version 1: tuning that belongs to the sample's
-/// pitch is included.
-Zone SumOf(const BankZone& instrument, const BankZone& preset, unsigned major);
+/// What an instrument zone sounds like below a preset zone in version 1, with the tuning that belongs to the
+/// sample's pitch. In all others it is the sum of the two.
+Zone SumOfVersion1(const BankZone& instrument, const BankZone& preset) noexcept;
 /// The key at which the zone plays a sample of this original pitch unshifted.
-int RootKeyOf(const BankZone& instrument, int originalPitch, unsigned major) noexcept;
+int RootKeyOf(const SampleSettings& sample, int originalPitch, unsigned major) noexcept;
 
 } // namespace vimbo::sf2

@@ -87,6 +87,57 @@ TEST(AiffWrite, LoopsAndMarkersComeBack)
     EXPECT_EQ(back(wave)->wave->loop.type, LoopType::Off);
 }
 
+class NotesHost final : public Host {
+public:
+    bool WantsNotes() const override { return true; }
+    void NoteConversion(ConversionNote note) override
+    {
+        if (note.fidelity != Fidelity::Kept)
+            told.push_back(WideToUtf8(note.what + u": " + note.from + u" -> " + note.to));
+    }
+    std::vector<std::string> told;
+};
+
+TEST(AiffWrite, WhatIsLostIsTold)
+{
+    Collection collection;
+    NotesHost host;
+    collection.SetHost(host);
+    Waveform& wave = AddWave(collection, {0, 0, 0, 0, 0, 0, 0, 0});
+    wave.rootKey = 61;
+    wave.volume = -6;
+    wave.loop = {.type = LoopType::Alternating, .start = 2, .end = 6};
+    wave.markers.push_back({.isRange = true, .position = 5, .end = 7, .name = u"ReleaseLoop"});
+    wave.markers.push_back({.isRange = false, .position = 1, .end = 0, .name = u"Hit"});
+    wave.SetText(kTextArtist, u"A");
+    static_cast<void>(Written(wave, FormatBit(DataFormat::Pcm16)));
+    EXPECT_TRUE(host.told.empty()) << host.told.front();
+
+    wave.SetName(u"\u041d");
+    wave.SetText(kTextEngineer, u"E");
+    wave.bits = 24;
+    wave.volume = -2.4f;
+    wave.loop = {.type = LoopType::Reverse, .breakOnRelease = true, .start = 1.25, .end = 6, .pitch = 0.5f};
+    wave.markers.push_back({.isRange = true, .position = 1, .end = 4, .name = u"Part"});
+    wave.markers.push_back({.isRange = false, .position = 1, .end = 0, .name = std::u16string(300, u'x')});
+    const OpenedAiff opened(Written(wave, FormatBit(DataFormat::Pcm16)));
+    EXPECT_EQ(opened.wave->volume, -2) << "whole dB";
+    std::ranges::sort(host.told);
+    const std::vector<std::string> wanted = {"Engineer: E -> ",
+                                             "Loop pitch: 0.5 st -> ",
+                                             "Loop release mode: Break on Release -> ",
+                                             "Loop start: 1.25 -> 1",
+                                             "Loop type: Reverse -> Forward",
+                                             "Marker name: " + std::string(300, 'x') + " -> " +
+                                                 std::string(255, 'x'),
+                                             "Marker range: Part -> ",
+                                             "Name: \xd0\x9d -> H",
+                                             "Playback Volume adjustment: -2.4 dB -> -2 dB",
+                                             "Samples: 24-bit -> 16-bit"};
+    EXPECT_EQ(host.told, wanted);
+    collection.SetHost(SilentHost());
+}
+
 TEST(AiffWrite, MarksHaveTheirLimits)
 {
     Collection collection;

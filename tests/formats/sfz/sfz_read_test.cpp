@@ -291,6 +291,67 @@ TEST(SfzRead, WhatIsMissingIsToldOnce)
     EXPECT_TRUE(Read("just a text").regions.empty());
 }
 
+TEST(SfzRead, WhatIsBentIsTold)
+{
+    const struct {
+        std::string_view opcodes;
+        std::u16string_view what;
+    } kCases[] = {
+        {"bend_up=200 bend_down=-1200", u"bend_down"},
+        {"pitch_random=10 tune_random=20", u"pitch_random"},
+        {"cutoff=900 fil_type=peak resonance=6 cutoff_cc1=100", u"Filters of a gain"},
+        {"cutoff=900 fil_type=lshelf eq3_gain=2", u"Filters of a gain"},
+        {"lfo1_freq=2 lfo1_wave=4 lfo1_pitch=20", u"LFO waves"},
+        {"lfo1_freq=2 lfo1_pitch=20 lfo2_freq=3 lfo2_pitch=10 lfo3_freq=4 lfo3_pitch=5", u"LFOs"},
+        {"ampeg_depth=50", u"ampeg_depth"},
+        {"ampeg_vel2attack=1", u"Velocity to times"},
+        {"ampeg_attack_oncc133=-1", u"Key number to times"},
+        {"trigger=release_key", u"trigger=release_key"},
+        {"lorand=0.2 hirand=0.4", u"Random ranges"},
+        {"group=1 off_by=2", u"Groups"},
+        {"locc64=20", u"Pedal ranges"},
+        {"seq_length=3 seq_position=2", u"seq_position"},
+        {"end=299 loop_mode=loop_continuous loop_end=300", u"Sample offsets"},
+        {"<effect> type=flanger", u"Effect flanger"},
+        {"<effect> type=large_hall", u"Effect large_hall"},
+        {"<effect> type=chorus wet=3", u"Effect settings"},
+    };
+    for (const auto& each : kCases) {
+        const Read read("<region> sample=w.wav " + std::string(each.opcodes));
+        EXPECT_EQ(read.host.Count(each.what), 1u) << each.opcodes;
+        EXPECT_EQ(read.host.notes.size(), 1u) << each.opcodes;
+    }
+    for (const std::string_view kept :
+         {"seq_length=2 seq_position=1 <region> sample=w.wav key=1 seq_length=2 seq_position=2",
+          "end=299 loop_mode=loop_continuous loop_end=299", "<effect> type=fverb", "trigger=release"})
+        EXPECT_TRUE(Read("<region> sample=w.wav " + std::string(kept)).host.notes.empty()) << kept;
+}
+
+TEST(SfzRead, EffectsGoByTheNumbersOfTheirHeaders)
+{
+    const Read read("<effect> <effect> type=chorus <effect> type=stereo <effect> type=small_room <effect> "
+                    "type=delay <region> sample=w.wav effect2=50");
+    const auto& slots = read.items.List<Instrument>().front()->channelFx;
+    EXPECT_EQ(slots[0], ChannelFx());
+    EXPECT_EQ(slots[1], kDefaultChorus);
+    EXPECT_EQ(slots[2], ChannelFx());
+    EXPECT_EQ(slots[3], kDefaultReverb);
+    EXPECT_EQ(read.host.Count(u"Effect settings"), 2u) << "an unknown kind, and one beyond the slots";
+}
+
+TEST(SfzRead, TimesFollowTheKeyOverTheRegionsRange)
+{
+    // 2 s at key 48, 1 s at key 60: half per octave
+    Read read("<region> sample=w.wav lokey=48 hikey=60 ampeg_decay=6 ampeg_decay_oncc133=-10.58333333 "
+              "ampeg_sustain=0 <region> sample=w.wav key=72 ampeg_decay=3.5 ampeg_decaycc133=-5.2916667 "
+              "ampeg_sustain=0");
+    EXPECT_EQ(read.host.Count(u"Key number to times"), 1u) << "at the octave above the second";
+    const Region &first = *read.regions[0], &second = *read.regions[1];
+    EXPECT_NEAR(first.articulation[kVEnv + kEnvDecay2Time], 1, 0.002);
+    EXPECT_NEAR(first.articulation[kVEnv + kEnvKeyToDecay2], 0.5, 0.002);
+    EXPECT_NEAR(second.articulation[kVEnv + kEnvDecay2Time], 0.5, 0.002);
+}
+
 TEST(SfzRead, AnyTruncationReads)
 {
     const SfzFolder folder;

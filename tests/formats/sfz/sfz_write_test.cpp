@@ -5,7 +5,10 @@
 #include "model/fix_up.h"
 #include "sfz_folder.h"
 
+#include <csignal>
 #include <map>
+
+#include <sys/resource.h>
 
 namespace vimbo {
 namespace {
@@ -36,10 +39,11 @@ void Load(Collection& items, const SfzFolder& folder, const std::string& name)
     EXPECT_TRUE(IsConsistent(items));
 }
 
-Waveform& AddWave(Collection& items, std::u16string_view name, unsigned channels = 1)
+Waveform& AddWave(Collection& items, std::u16string_view name, unsigned channels = 1,
+                  std::uint32_t frames = 300)
 {
     Waveform& wave = items.Create<Waveform>(name);
-    SfzFolder::FillWave(wave, 300, channels);
+    SfzFolder::FillWave(wave, frames, channels);
     wave.Validate();
     return wave;
 }
@@ -130,7 +134,8 @@ TEST(SfzWrite, SecondGenerationHoldsAllOfIt)
             EXPECT_FLOAT_EQ(got[i], wanted[i])
                 << "value " << i % (wanted.size() / 3) << " of region " << i / (wanted.size() / 3);
         for (const ConversionNote& note : host.notes)
-            ADD_FAILURE() << WideToUtf8(note.what + u" " + note.from + u" -> " + note.to);
+            EXPECT_TRUE(note.what == u"Name" && note.from == u"Pad: a=b/c")
+                << WideToUtf8(note.what + u" " + note.from + u" -> " + note.to);
         // The same again, from what was read, over what was written.
         const std::string text = folder.Get("Grand.sfz");
         ASSERT_TRUE(Save(read, folder, "Grand.sfz", variant, AutoChoice(kRowOfVariant0).caps));
@@ -228,6 +233,118 @@ TEST(SfzWrite, FilesOfOthersStay)
     const std::string before = folder.Get("Piano C#4.wav");
     ASSERT_TRUE(Save(read, folder, "Other.sfz", kSfz2SameFolder, FormatBit(DataFormat::Pcm8)));
     EXPECT_EQ(folder.Get("Piano C#4.wav"), before);
+}
+
+/// All files below a folder, with digests of what they hold.
+std::map<std::string, std::size_t> Files(const SfzFolder& folder)
+{
+    std::map<std::string, std::size_t> files;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder.Path(""))) {
+        const std::string name = std::filesystem::relative(entry.path(), folder.Path("")).string();
+        files[name] = entry.is_regular_file() ? std::hash<std::string>()(folder.Get(name)) : 0;
+    }
+    return files;
+}
+
+class CancellingHost final : public Host {
+public:
+    std::size_t Ask(const Question&) override { return 0; } // replace
+    bool IsCancelled() const override { return calls++ >= allowed; }
+    mutable int calls = 0;
+    int allowed = 0;
+};
+
+TEST(SfzWrite, AFailureLeavesEveryFileAsItWas)
+{
+    const SfzFolder folder;
+    Collection items;
+    Fill(items);
+    Waveform& tooLong = AddWave(items, u"Long", 1, 100000); // for the disk below
+    auto& second = items.Create<Instrument>(u"Other");
+    second.AddLayer().AddRegion(tooLong.Handle());
+    FixUpItems(items, kPruneAll, AfterLoad::No);
+    RecordingHost host;
+    host.answer = 0; // replace
+    items.SetHost(host);
+    for (const char* name : {"Piano C#4.wav", "Long.wav", "Other.sfz", "Grand.sfz", "Sub/Piano C#4.wav"})
+        folder.Put(name, std::string("the earlier ") + name);
+    const auto before = Files(folder);
+
+    rlimit limit = {};
+    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &limit), 0);
+    const auto previous = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit small = limit;
+    small.rlim_cur = 50000;
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
+    const bool saved = Save(items, folder, "Grand.sfz", kSfz2SameFolder);
+    const bool savedBelow = Save(items, folder, "Sub.sfz", kSfz2SubFolder);
+    const bool savedNew = Save(items, folder, "New.sfz", kSfz2SubFolder);
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+    std::signal(SIGXFSZ, previous);
+    EXPECT_FALSE(saved || savedBelow || savedNew);
+    EXPECT_EQ(Files(folder), before) << "a full disk";
+
+    CancellingHost cancelling;
+    items.SetHost(cancelling);
+    for (cancelling.allowed = 0; cancelling.allowed < 1000; ++cancelling.allowed) {
+        cancelling.calls = 0;
+        if (Save(items, folder, "Grand.sfz", kSfz2SameFolder))
+            break;
+        ASSERT_EQ(LastError(), u"Save aborted!");
+        ASSERT_EQ(Files(folder), before) << "stopped at question " << cancelling.allowed;
+    }
+    EXPECT_GT(cancelling.allowed, 1);
+    const auto after = Files(folder);
+    EXPECT_EQ(after.size(), before.size() + 1) << "the stereo sample is new";
+    for (const char* name : {"Piano C#4.wav", "Long.wav", "Other.sfz", "Grand.sfz"})
+        EXPECT_NE(after.at(name), before.at(name)) << name;
+    items.SetHost(SilentHost());
+}
+
+TEST(SfzWrite, WhatIsLostIsTold)
+{
+    const SfzFolder folder;
+    Collection items;
+    Waveform& wave = AddWave(items, u"w: x");
+    wave.bits = 24;
+    wave.saveFormat = SaveFormat::Pcm24;
+    auto& instrument = items.Create<Instrument>(u"x");
+    instrument.location.word = 5;
+    instrument.channelFx[1] = kDefaultReverb;
+    instrument.channelFx[2] = {ChannelFxType::Chorus, {4, 0, 0}, {0.1f}};
+    instrument.channelFx[3].type = ChannelFxType::Tremolo;
+    Layer& layer = instrument.AddLayer(u"Bright");
+    Region& region = layer.AddRegion(wave.Handle());
+    region.SetParam(kArtSend + kSendParams, 0.5f);
+    // Lower notes of longer decay; levels that six stages do not have.
+    region.SetParam(kVEnv + kEnvDecay1Time, 0.25f);
+    region.SetParam(kVEnv + kEnvDecay1Level, 0.8f);
+    region.SetParam(kVEnv + kEnvDecay2Time, 2);
+    region.SetParam(kVEnv + kEnvSustain, 0.6f);
+    region.SetParam(kVEnv + kEnvRelease1Rate, 1.5f);
+    region.phaseGroup = 3;
+    RecordingHost host;
+    items.SetHost(host);
+    ASSERT_TRUE(Save(items, folder, "x.sfz", kSfz2SameFolder)) << WideToUtf8(LastError());
+    std::map<std::u16string, int> lost;
+    for (const ConversionNote& note : host.notes)
+        ++lost[note.what];
+    const std::map<std::u16string, int> wanted = {{u"Program", 1},          {u"Channel effect 3", 1},
+                                                  {u"Channel effect 4", 1}, {u"Name", 2},
+                                                  {u"Samples", 1},          {u"Phase group", 1}};
+    EXPECT_EQ(lost, wanted);
+    EXPECT_NE(folder.Get("x.sfz").find("<effect>\n\n<effect> type=fverb\n\n<effect> type=chorus\n\n"),
+              std::string::npos)
+        << folder.Get("x.sfz");
+    Collection read;
+    Load(read, folder, "x.sfz");
+    const Instrument& back = *read.List<Instrument>().front();
+    EXPECT_EQ(back.channelFx[1], kDefaultReverb);
+    const Region& held = *read.List<Region>().front();
+    EXPECT_FLOAT_EQ(held.articulation[kArtSend + kSendParams], 0.5f);
+    for (const ParamId offset :
+         {kEnvDecay1Time, kEnvDecay1Level, kEnvDecay2Time, kEnvSustain, kEnvRelease1Rate})
+        EXPECT_NEAR(held.articulation[kVEnv + offset], region.articulation[kVEnv + offset], 2e-3) << offset;
 }
 
 TEST(SfzWrite, CompressedSamplesAndSeveralInstruments)

@@ -1,5 +1,6 @@
 #include "base/last_error.h"
 #include "base/text.h"
+#include "formats/open.h"
 #include "formats/soundfont/soundfont.h"
 #include "formats/soundfont/soundfont_tables.h"
 #include "formats/soundfont/soundfont_units1.h"
@@ -12,6 +13,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <map>
 
 namespace vimbo::sf2 {
@@ -431,6 +433,46 @@ public:
     std::vector<std::u16string> lost;
 };
 
+/// Samples that lie in a file as the bank wants them are copied from there.
+TEST(SoundFontWrite, BanksOnDiskAreRewrittenFromThere)
+{
+    Collection items;
+    Instrument& instrument = AddInstrument(items, u"I", 0);
+    instrument.AddLayer(u"La").AddRegion(AddWave(items, u"Long", 70000).Handle(), {0, 60});
+    Waveform &left = AddWave(items, u"Piano -L", 300), &right = AddWave(items, u"Piano -R", 200);
+    instrument.AddLayer(u"Le").AddRegion(left.Handle(), {61, 90}).articulation.Set(kArtPan, -1);
+    instrument.AddLayer(u"Ri").AddRegion(right.Handle(), {61, 90}).articulation.Set(kArtPan, 1);
+    const Written one = Write(items);
+    ASSERT_TRUE(one.good);
+
+    const std::string path = testing::TempDir() + "vimbo_rewritten.sf2";
+    const auto store = [&](std::size_t bytes) {
+        FileObject file;
+        return file.Open(Utf8ToWide(path), FileMode::Create) &&
+               file.WriteAll(std::span(one.bytes).first(bytes));
+    };
+    ASSERT_TRUE(store(one.bytes.size()));
+    Collection again;
+    ASSERT_TRUE(LoadFile(again, Utf8ToWide(path), AllowRaw::No));
+    ASSERT_EQ(again.CountOf(ItemKind::Waveform), 2u) << "the halves are joined";
+    // The shorter half has grown by silence, as both halves of a waveform have one length.
+    const Written two = Write(again);
+    ASSERT_TRUE(two.good);
+    for (const Waveform& wave : again.All<Waveform>())
+        EXPECT_FALSE(wave.HasBlock());
+    for (Waveform& wave : again.All<Waveform>())
+        static_cast<void>(wave.LockSamplesForWrite()); // from memory
+    EXPECT_TRUE(Write(again).bytes == two.bytes);
+
+    Collection cut;
+    ASSERT_TRUE(LoadFile(cut, Utf8ToWide(path), AllowRaw::No));
+    ASSERT_TRUE(store(100000));
+    ClearLastError();
+    EXPECT_FALSE(Write(cut).good);
+    EXPECT_FALSE(LastError().empty());
+    std::remove(path.c_str());
+}
+
 TEST(SoundFontWrite, Version1SpeltOut)
 {
     Collection items;
@@ -547,12 +589,26 @@ TEST(SoundFontWrite, LossesAreTold)
     region.SetParam(kParamLoopType, static_cast<float>(LoopType::Alternating));
     instrument.AddLayer().AddRegion(NO_ITEM);
     AddInstrument(items, u"Empty", 1);
+    // One that is set in its own way, one like what is read, one too many.
+    instrument.channelFx[1] = kDefaultChorus;
+    instrument.channelFx[1].values[0] = 0.9f;
+    instrument.channelFx[2] = kDefaultReverb;
+    instrument.channelFx[3] = kDefaultReverb;
+    region.articulation.Set(kArtSend + kSendParams * 1, 0.5f);
+    region.articulation.Set(kArtSend + kSendParams * 2, 0.5f);
+    region.ParentLayer()->SetName(u"A layer of more than 20 characters");
     ASSERT_TRUE(Write(items).good);
     for (const std::u16string_view what :
-         {u"Filter type", u"Markers", u"Channel effect 1", u"Region", u"Instrument"})
+         {u"Filter type", u"Markers", u"Channel effect 1", u"Channel effect 2", u"Channel effect 4",
+          u"Region", u"Instrument", u"Name"})
         EXPECT_EQ(std::ranges::count(host.lost, what), 1) << WideToUtf8(std::u16string(what));
     for (const ParamId id : {kParamDelay, kParamLoopType})
         EXPECT_EQ(std::ranges::count(host.lost, AnyParamRow(id).name), 1) << id;
+    EXPECT_EQ(std::ranges::count(host.lost, u"Channel effect 3"), 0);
+    host.lost.clear();
+    region.articulation.Set(kArtSend + kSendParams * 2, 0); // to the reverb
+    ASSERT_TRUE(Write(items).good);
+    EXPECT_EQ(std::ranges::count(host.lost, u"Channel effect 3"), 1);
     host.lost.clear();
     wave.rateHz = 22050;
     region.articulation.Set(kArtVelToVolume, 48);

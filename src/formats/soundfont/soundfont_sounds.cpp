@@ -1,0 +1,163 @@
+#include "formats/soundfont/soundfont_sounds.h"
+
+#include "formats/soundfont/soundfont_word_hash.h"
+
+#include <algorithm>
+
+namespace vimbo::sf2 {
+namespace {
+
+constexpr std::size_t kFirstPlaces = 1024;
+
+ArticulationBlock OnSample(ArticulationBlock block, const BankSample& sample)
+{
+    if (sample.side != BankSample::Side::None)
+        block.Set(kArtPan, sample.side == BankSample::Side::Left ? -1.0f : 1.0f);
+    if (sample.isUnpitched && block[kArtKeyToPitch] == 1)
+        block.Set(kArtKeyToPitch, 0);
+    return block;
+}
+
+} // namespace
+
+Timbres::Timbres() : places_(kFirstPlaces, kNone) {}
+
+Sound Timbres::SoundOf(const Zone& zone, const Zone& usual)
+{
+    std::array<Amount, kGenerators + kSlots> away;
+    std::size_t count = 0;
+    const auto add = [&](std::size_t place, std::int32_t amount) {
+        away[count] = {static_cast<std::uint32_t>(place), amount};
+        count += amount != 0 ? 1 : 0;
+    };
+    Zone rest = zone;
+    Sound sound;
+    for (std::size_t i = 0; i < kMixGenerators.size(); ++i) {
+        const std::size_t generator = kMixGenerators[i];
+        sound.mix[i] = zone.generators[generator];
+        rest.generators[generator] = usual.generators[generator];
+    }
+    for (std::size_t i = 0; i < kGenerators; ++i)
+        add(i, rest.generators[i] - usual.generators[i]);
+    for (std::size_t i = 0; i < kSlots; ++i)
+        add(kGenerators + i, zone.slots[i] - usual.slots[i]);
+    sound.timbre = NumberOf(std::span(away).first(count));
+    return sound;
+}
+
+Sound Timbres::SumOf(const Sound& zone, const Sound& difference)
+{
+    const auto [place, isNew] =
+        sums_.try_emplace(std::uint64_t{zone.timbre} << 32 | difference.timbre, kNone);
+    if (isNew)
+        place->second = NumberOf(Added(zone.timbre, difference.timbre));
+    Sound sum{place->second};
+    for (std::size_t i = 0; i < sum.mix.size(); ++i)
+        sum.mix[i] = zone.mix[i] + difference.mix[i];
+    return sum;
+}
+
+Zone Timbres::ZoneOf(const Sound& sound) const noexcept
+{
+    Zone zone = DefaultZone();
+    for (const Amount& amount : AmountsOf(sound.timbre))
+        (amount.place < kGenerators ? zone.generators[amount.place]
+                                    : zone.slots[amount.place - kGenerators]) += amount.away;
+    for (std::size_t i = 0; i < kMixGenerators.size(); ++i)
+        zone.generators[kMixGenerators[i]] = sound.mix[i];
+    return zone;
+}
+
+std::uint32_t Timbres::NumberOf(std::span<const Amount> amounts)
+{
+    WordHash mixed;
+    for (const Amount& amount : amounts)
+        mixed.Add(std::uint64_t{amount.place} << 32 | static_cast<std::uint32_t>(amount.away));
+    const std::uint64_t hash = mixed.Get();
+    std::size_t at = hash % places_.size();
+    for (; places_[at] != kNone; at = (at + 1) % places_.size()) {
+        const std::uint32_t found = places_[at];
+        if (timbres_[found].hash == hash && std::ranges::equal(AmountsOf(found), amounts))
+            return found;
+    }
+    const auto number = static_cast<std::uint32_t>(timbres_.size());
+    places_[at] = number;
+    timbres_.push_back({amounts_.size(), amounts.size(), hash, {}});
+    amounts_.insert(amounts_.end(), amounts.begin(), amounts.end());
+    if (2 * timbres_.size() > places_.size())
+        Grow();
+    return number;
+}
+
+std::span<const Timbres::Amount> Timbres::AmountsOf(std::uint32_t timbre) const noexcept
+{
+    return std::span(amounts_).subspan(timbres_[timbre].first, timbres_[timbre].count);
+}
+
+void Timbres::Grow()
+{
+    places_.assign(places_.size() * 2, kNone);
+    for (std::uint32_t number = 0; number < timbres_.size(); ++number) {
+        std::size_t at = timbres_[number].hash % places_.size();
+        while (places_[at] != kNone)
+            at = (at + 1) % places_.size();
+        places_[at] = number;
+    }
+}
+
+/// Both lists are in order of their places.
+std::vector<Timbres::Amount> Timbres::Added(std::uint32_t a, std::uint32_t b) const
+{
+    std::vector<Amount> sum;
+    std::ranges::merge(AmountsOf(a), AmountsOf(b), std::back_inserter(sum), {}, &Amount::place,
+                       &Amount::place);
+    for (std::size_t i = 1; i < sum.size(); ++i)
+        if (sum[i].place == sum[i - 1].place)
+            sum[i].away += std::exchange(sum[i - 1].away, 0);
+    std::erase_if(sum, [](const Amount& amount) { return amount.away == 0; });
+    return sum;
+}
+
+std::size_t Articulations::SoundHash::operator()(const Sound& sound) const noexcept
+{
+    WordHash hash;
+    hash.Add(sound.timbre);
+    for (const std::int32_t amount : sound.mix)
+        hash.Add(static_cast<std::uint32_t>(amount));
+    return static_cast<std::size_t>(hash.Get());
+}
+
+const ArticulationBlock& Articulations::Of(Sound sound, const BankSample& sample)
+{
+    constexpr std::size_t kPan = 3;
+    static_assert(kMixGenerators[kPan] == kGenPan);
+    if (sample.side != BankSample::Side::None)
+        sound.mix[kPan] = 0; // the side decides
+    const auto [place, isNew] = sounds_.try_emplace(sound);
+    Converted& converted = place->second;
+    if (isNew)
+        Convert(sound, converted.plain);
+    if (sample.side == BankSample::Side::None && !sample.isUnpitched)
+        return converted.plain;
+    auto& block = converted.onSamples[static_cast<std::size_t>(sample.side)][sample.isUnpitched ? 1 : 0];
+    if (!block)
+        block = OnSample(converted.plain, sample);
+    return *block;
+}
+
+void Articulations::Convert(const Sound& sound, ArticulationBlock& out)
+{
+    const Zone zone = timbres_.ZoneOf(sound);
+    std::optional<ArticulationBlock>& known = timbres_.Block(sound);
+    if (known)
+        out = *known;
+    else
+        ReadTimbre(zone, out);
+    int lost = 0;
+    ReadMix(zone, out, &instrument_, &lost);
+    lostSends_ += static_cast<std::uint64_t>(lost);
+    if (!known)
+        known = out;
+}
+
+} // namespace vimbo::sf2
