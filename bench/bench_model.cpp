@@ -1,5 +1,5 @@
-// The passes over a huge collection: 2,000 instruments with 100,000 regions on 20,000 waveforms. Each time is
-// for the whole collection.
+// The passes over a huge collection: 2,000 instruments with 100,000 regions on 20,000 waveforms, and searches
+// for room in one instrument of as many regions. Each time is for the whole collection.
 #include "model/fix_up.h"
 #include "model/instrument.h"
 #include "model/stereo_pairs.h"
@@ -8,6 +8,7 @@
 #include <benchmark/benchmark.h>
 
 #include <memory>
+#include <random>
 
 namespace {
 
@@ -117,5 +118,92 @@ void BM_Build(benchmark::State& state)
         benchmark::DoNotOptimize(RoughCollection());
 }
 BENCHMARK(BM_Build)->Unit(benchmark::kMillisecond);
+
+/// Ranges of regions that get in one another's way.
+enum Shapes : int {
+    kAnySize,      ///< any part of either axis
+    kAroundMiddle, ///< all overlap all others, in corners of their own
+    kFullKeys,     ///< many velocity ranges
+    kSmall,        ///< up to 8 keys and velocities
+    kTwoSorts      ///< two shapes that overlap a little
+};
+
+struct Ranges {
+    MidiRange keys, velocities;
+};
+
+std::vector<Ranges> MakeRanges(int shapes, std::size_t count)
+{
+    std::mt19937 engine(1);
+    const auto below = [&](unsigned limit) { return static_cast<unsigned>(engine() % limit); };
+    const auto range = [](unsigned a, unsigned b) {
+        return MidiRange{static_cast<std::uint8_t>(std::min(a, b)),
+                         static_cast<std::uint8_t>(std::max(a, b))};
+    };
+    const auto axis = [&] {
+        if (shapes == kAroundMiddle)
+            return range(below(64), 64 + below(64));
+        if (shapes != kSmall)
+            return range(below(128), below(128));
+        const unsigned low = below(120);
+        return range(low, low + below(8));
+    };
+    std::vector<Ranges> all(count);
+    for (std::size_t i = 0; i < count; ++i) {
+        all[i] = {axis(), axis()};
+        if (shapes == kFullKeys)
+            all[i].keys = {};
+        if (shapes == kTwoSorts)
+            all[i] = i % 2 == 0 ? Ranges{{0, 70}, {0, 127}} : Ranges{{66, 127}, {0, 127}};
+    }
+    return all;
+}
+
+void BM_CompactLayers(benchmark::State& state)
+{
+    const std::vector<Ranges> ranges =
+        MakeRanges(static_cast<int>(state.range(0)), static_cast<std::size_t>(state.range(1)));
+    std::size_t left = 0;
+    for (auto step : state) {
+        state.PauseTiming();
+        auto items = std::make_unique<Collection>();
+        Instrument& instrument = items->Create<Instrument>(u"Stack");
+        for (const Ranges& each : ranges)
+            instrument.AddLayer().AddRegion(NO_ITEM, each.keys, each.velocities);
+        state.ResumeTiming();
+        instrument.CompactLayers(MoveParamsUp::No, KeepArticulation::No);
+        state.PauseTiming();
+        left = instrument.Children().size();
+        items.reset();
+        state.ResumeTiming();
+    }
+    state.counters["layers"] = static_cast<double>(left);
+}
+BENCHMARK(BM_CompactLayers)
+    ->ArgNames({"shapes", "regions"})
+    ->ArgsProduct({benchmark::CreateDenseRange(kAnySize, kTwoSorts, 1), {10000, 100000}})
+    ->Iterations(1)
+    ->Unit(benchmark::kMillisecond);
+
+void BM_FindOrAddRegion(benchmark::State& state)
+{
+    const std::vector<Ranges> ranges =
+        MakeRanges(static_cast<int>(state.range(0)), static_cast<std::size_t>(state.range(1)));
+    std::size_t layers = 0;
+    for (auto step : state) {
+        Collection items;
+        items.loading = true;
+        Instrument& instrument = items.Create<Instrument>(u"Stack");
+        for (const Ranges& each : ranges)
+            instrument.FindOrAddRegion(NO_ITEM, each.keys, each.velocities, Layer::kNoRootKey);
+        layers = instrument.Children().size();
+    }
+    state.counters["layers"] = static_cast<double>(layers);
+}
+BENCHMARK(BM_FindOrAddRegion)
+    ->ArgNames({"shapes", "regions"})
+    ->ArgsProduct({benchmark::CreateDenseRange(kAnySize, kTwoSorts, 1), {10000, 100000}})
+    ->Iterations(1)
+    ->Unit(benchmark::kMillisecond);
 
 } // namespace

@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
 # Times opening and rewriting a SoundFont bank beside fluidsynth and sf2dump, best of several runs, with ratios.
 #   bench/compare_banks.sh [--smoke] [BANK.sf2]
-# Without a bank, FluidR3 GM is taken where it is installed, else TimGM6mb.
+# Without a bank, FluidR3 GM is taken where it is installed, else TimGM6mb. VIMBO names another build of the program.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
-vimbo=$PWD/build/release/bin/vimbo
+vimbo=${VIMBO:-$PWD/build/release/bin/vimbo}
 runs=7
 if [ "${1:-}" = --smoke ]; then
     runs=1
@@ -53,6 +53,7 @@ printf '%s (%d MB), page cache warm, best of %d, %d cores, whole processes\n' "$
     $(($(stat -c %s "$bank") / 1000000)) "$runs" "$(nproc)"
 
 echo "Opening:"
+row "vimbo info" "$vimbo" info "$bank"
 row "vimbo convert --dry-run" "$vimbo" convert -q --dry-run "$bank" -t sf2 -o "$work/out.sf2"
 have fluidsynth && row "fluidsynth, samples when played" \
     fluidsynth -niq -F /dev/null -T raw -o synth.dynamic-sample-loading=1 "$bank" "$work/empty.mid"

@@ -8,6 +8,8 @@ namespace vimbo::cli {
 
 int RunInfo(const InfoOptions& options, Console& console);
 int RunConvert(const ConvertOptions& options, Console& console);
+int RunRender(const RenderOptions& options, Console& console);
+int RunVerify(const VerifyOptions& options, Console& console);
 int RunFormats(const FormatsOptions& options, Console& console);
 
 /// The whole program; takes what main gets and returns its exit status.

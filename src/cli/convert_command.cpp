@@ -199,19 +199,20 @@ int RunConvert(const ConvertOptions& options, Console& console)
     plan.output = options.output;
     plan.outputIsFolder = options.output && MeansFolder(*options.output, options.inputs);
     plan.existing = RuleForExisting(options);
-    const ConvertRun run{.row = type.row,
-                         .choice = choice.choice,
-                         .existing = plan.existing,
-                         .answers = options.answers,
-                         .dryRun = options.dryRun,
-                         .wantsNotes = options.report || options.json,
-                         .naming = NamingOf(options.nameMode),
-                         .select = options.select,
-                         .queries = SystemFileQueries()};
+    ConvertRun run{.row = type.row,
+                   .choice = choice.choice,
+                   .existing = plan.existing,
+                   .answers = options.answers,
+                   .dryRun = options.dryRun,
+                   .wantsNotes = options.report || options.json,
+                   .naming = NamingOf(options.nameMode),
+                   .select = options.select,
+                   .queries = SystemFileQueries()};
 
     Counts counts;
     const InputList inputs = CollectInputs(options, plan.outputIsFolder, console, counts);
     const std::vector<PlannedJob> jobs = PlanConversion(inputs.files, plan, run.queries);
+    run.isSingleJob = jobs.size() == 1;
     const std::vector<JobResult> results = RunAll(jobs, run, options.jobs, console);
 
     std::string output;

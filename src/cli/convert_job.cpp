@@ -5,6 +5,7 @@
 #include "base/text.h"
 #include "cli/display.h"
 #include "cli/interrupt.h"
+#include "cli/process_memory.h"
 #include "cli/selection.h"
 #include "formats/format_choice.h"
 #include "formats/open.h"
@@ -222,7 +223,8 @@ void ConvertFile(const PlannedJob& job, const ConvertRun& run, ClaimTurn& turn, 
     if (job.state != JobState::Run)
         return;
     ClearLastError();
-    Collection collection;
+    auto owned = std::make_unique<Collection>();
+    Collection& collection = *owned;
     collection.SetHost(host);
     if (!Load(job, run, collection)) {
         report.error = LastErrorText();
@@ -252,6 +254,8 @@ void ConvertFile(const PlannedJob& job, const ConvertRun& run, ClaimTurn& turn, 
         result.reports.push_back(Convert(target, run));
         result.reports.back().notes = host.TakeNotes();
     }
+    if (run.isSingleJob)
+        LeaveToExit(std::move(owned));
 }
 
 } // namespace

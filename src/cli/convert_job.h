@@ -41,6 +41,7 @@ struct ConvertRun {
     ReadAnswers answers;
     bool dryRun = false;
     bool wantsNotes = false;
+    bool isSingleJob = false;         ///< the program ends behind it
     std::optional<AutoNaming> naming; ///< of the files of one bank; none: "<stem>-<NN>-<name>"
     std::vector<std::string> select;
     FileQueries queries;

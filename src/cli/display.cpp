@@ -2,9 +2,19 @@
 
 #include "base/text.h"
 
+#include <algorithm>
 #include <cstdio>
 
 namespace vimbo::cli {
+
+namespace {
+
+bool IsControl(char16_t unit) noexcept
+{
+    return unit < 32 || (unit >= 127 && unit < 160);
+}
+
+} // namespace
 
 std::string PathToUtf8(std::string_view path)
 {
@@ -13,13 +23,14 @@ std::string PathToUtf8(std::string_view path)
 
 std::string Printable(std::u16string_view text)
 {
+    if (std::ranges::none_of(text, IsControl))
+        return WideToUtf8(text);
     std::u16string line;
     for (const char16_t unit : text) {
         const bool isBreak = unit == u'\n' || unit == u'\r' || unit == u'\t';
         if (isBreak && line.ends_with(u' '))
             continue;
-        const bool isControl = unit < 32 || (unit >= 127 && unit < 160);
-        line += isBreak ? u' ' : isControl ? u'?' : unit;
+        line += isBreak ? u' ' : IsControl(unit) ? u'?' : unit;
     }
     return WideToUtf8(line);
 }

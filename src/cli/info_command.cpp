@@ -3,6 +3,7 @@
 #include "cli/display.h"
 #include "cli/info_text.h"
 #include "cli/interrupt.h"
+#include "cli/process_memory.h"
 #include "cli/report_json.h"
 
 #include "base/last_error.h"
@@ -32,7 +33,8 @@ bool ShowFile(const std::string& file, std::size_t index, const InfoOptions& opt
               Json& list)
 {
     CliHost host(console, index, {options.answers, !options.json});
-    Collection collection;
+    auto owned = std::make_unique<Collection>();
+    Collection& collection = *owned;
     collection.SetHost(host);
     int confidence = 0;
     ClearLastError();
@@ -46,10 +48,14 @@ bool ShowFile(const std::string& file, std::size_t index, const InfoOptions& opt
         list.push_back(FailedFileJson(file, error));
         return false;
     }
-    if (!options.json)
-        return WriteOut(DescribeFileText(file, collection, confidence));
-    list.push_back(DescribeFileJson(file, collection, confidence));
-    return true;
+    bool good = true;
+    if (options.json)
+        list.push_back(DescribeFileJson(file, collection, confidence));
+    else
+        good = PrintFileText(file, collection, confidence);
+    if (index + 1 == options.files.size())
+        LeaveToExit(std::move(owned));
+    return good;
 }
 
 } // namespace

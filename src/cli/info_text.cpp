@@ -7,6 +7,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cmath>
 #include <iterator>
 
@@ -14,14 +15,16 @@ namespace vimbo::cli {
 
 namespace {
 
-constexpr int kLabelWidth = 12;
+constexpr std::size_t kPieceBytes = 65536;
+constexpr std::size_t kLabelWidth = 12; ///< of labels, which are ASCII
 
-void AddLine(std::string& out, int indent, std::string_view label, std::string_view text)
+void AddLine(std::string& out, std::size_t indent, std::string_view label, std::string_view text)
 {
-    fmt::format_to(std::back_inserter(out), "{:{}}{:{}}{}\n", "", indent, label, kLabelWidth, text);
+    const std::size_t padding = kLabelWidth - std::min(label.size(), kLabelWidth);
+    out.append(indent, ' ').append(label).append(padding, ' ').append(text).append("\n");
 }
 
-void AddTexts(std::string& out, int indent, const TextItem& item)
+void AddTexts(std::string& out, std::size_t indent, const TextItem& item)
 {
     for (const auto& [key, text] : ListTexts(item))
         AddLine(out, indent, key, Printable(text));
@@ -48,24 +51,37 @@ void AddWaveform(std::string& out, std::size_t number, const Waveform& wave)
     AddTexts(out, 5, wave);
 }
 
-/// Nothing at all for kinds that the file does not hold.
-template <class T>
-void AddList(std::string& out, std::string_view label, const Collection& collection,
-             void (*add)(std::string&, std::size_t, const T&))
+/// Prints the text so far if there is much of it, so that the text of a large bank needs little memory.
+bool Flush(std::string& out, std::size_t most)
 {
-    if (collection.CountOf(T::kKind) == 0)
-        return;
-    AddLine(out, 2, label, std::to_string(collection.CountOf(T::kKind)));
-    std::size_t number = 0;
-    for (const T& item : collection.All<T>())
-        add(out, ++number, item);
+    if (out.size() <= most)
+        return true;
+    const bool good = WriteOut(out);
+    out.clear();
+    return good;
 }
 
-} // namespace
-
-std::string DescribeFileText(std::string_view file, const Collection& collection, int confidence)
+/// Nothing at all for kinds that the file does not hold.
+template <class T>
+bool AddList(std::string& out, std::string_view label, const Collection& collection)
 {
-    std::string out = Printable(file) + "\n";
+    if (collection.CountOf(T::kKind) == 0)
+        return true;
+    AddLine(out, 2, label, std::to_string(collection.CountOf(T::kKind)));
+    MusicText text(out);
+    std::size_t number = 0;
+    for (const T& item : collection.All<T>()) {
+        text.Add(++number, item);
+        if (!Flush(out, kPieceBytes))
+            return false;
+    }
+    return true;
+}
+
+/// Down to the heading of the waveforms.
+void AddHead(std::string& out, std::string_view file, const Collection& collection, int confidence)
+{
+    out = Printable(file) + "\n";
     std::string format = WideToUtf8(RowDescription(collection.formatRow));
     format +=
         fmt::format(" (row {}, {}", collection.formatRow, WideToUtf8(RowExtension(collection.formatRow)));
@@ -75,12 +91,22 @@ std::string DescribeFileText(std::string_view file, const Collection& collection
     AddLine(out, 2, "name", Printable(collection.GetName()));
     AddTexts(out, 2, collection);
     AddLine(out, 2, "waveforms", std::to_string(collection.CountOf(ItemKind::Waveform)));
+}
+
+} // namespace
+
+bool PrintFileText(std::string_view file, const Collection& collection, int confidence)
+{
+    std::string out;
+    AddHead(out, file, collection, confidence);
     std::size_t number = 0;
-    for (const Waveform& wave : collection.All<Waveform>())
+    for (const Waveform& wave : collection.All<Waveform>()) {
         AddWaveform(out, ++number, wave);
-    AddList<Instrument>(out, "instruments", collection, AddInstrumentText);
-    AddList<Song>(out, "songs", collection, AddSongText);
-    return out;
+        if (!Flush(out, kPieceBytes))
+            return false;
+    }
+    return AddList<Instrument>(out, "instruments", collection) && AddList<Song>(out, "songs", collection) &&
+           Flush(out, 0);
 }
 
 } // namespace vimbo::cli

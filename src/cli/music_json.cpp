@@ -18,14 +18,15 @@ Json ParamsJson(const std::vector<ShownParam>& params)
 {
     Json json = Json::object();
     for (const ShownParam& param : params) {
-        Json& value = json[param.name];
-        value["value"] = param.value == std::floor(param.value) && std::abs(param.value) < 1e15
-                             ? Json(static_cast<std::int64_t>(param.value))
-                             : Json(param.value);
-        if (param.unit.empty())
-            value["text"] = param.text;
+        Json& value = json[std::string(param.name)];
+        const double shown = param.ValueInUnit();
+        value["value"] = shown == std::floor(shown) && std::abs(shown) < 1e15
+                             ? Json(static_cast<std::int64_t>(shown))
+                             : Json(shown);
+        if (std::string unit = param.Unit(); !unit.empty())
+            value["unit"] = std::move(unit);
         else
-            value["unit"] = param.unit;
+            value["text"] = param.Text();
     }
     return json;
 }

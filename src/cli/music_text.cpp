@@ -3,7 +3,6 @@
 #include "base/numeric.h"
 #include "cli/display.h"
 #include "cli/music_json.h"
-#include "cli/parameters.h"
 #include "cli/report_json.h"
 #include "model/song_analysis.h"
 #include "model/synth_model.h"
@@ -18,15 +17,24 @@ namespace vimbo::cli {
 namespace {
 
 template <class... Args>
-void Add(std::string& out, fmt::format_string<Args...> format, Args&&... args)
+void Print(std::string& out, fmt::format_string<Args...> format, Args&&... args)
 {
     fmt::format_to(std::back_inserter(out), format, std::forward<Args>(args)...);
 }
 
-void AddParams(std::string& out, int indent, const std::vector<ShownParam>& params)
+void PutPart(std::string& out, std::string_view text)
 {
-    for (const ShownParam& param : params)
-        Add(out, "{:{}}{}: {}\n", "", indent, param.name, param.text);
+    out += text;
+}
+void PutPart(std::string& out, unsigned number)
+{
+    out += fmt::format_int(number).c_str();
+}
+/// Appends texts and numbers one after another: large banks have ten thousands of such lines.
+template <class... Parts>
+void Put(std::string& out, const Parts&... parts)
+{
+    (PutPart(out, parts), ...);
 }
 
 /// A frame position with at most two decimals.
@@ -69,16 +77,6 @@ std::string OverridesText(const Region& region)
     return text;
 }
 
-void AddRegion(std::string& out, const Region& region)
-{
-    const TriggerParams& trigger = region.trigger;
-    Add(out, "       {}, velocity {}..{}: {}, root key {} ({}){}\n", KeysText(trigger.keys),
-        trigger.velocities.low, trigger.velocities.high, SoundText(region), region.EffectiveRootKey(),
-        NoteName(region.EffectiveRootKey()), OverridesText(region));
-    AddParams(out, 9, TriggerValues(trigger));
-    AddParams(out, 9, SetParams(region.articulation));
-}
-
 std::string ChannelText(const Track& track)
 {
     if (track.channel < 16)
@@ -107,39 +105,57 @@ std::string LoopText(const LoopInfo& loop)
     return text;
 }
 
-void AddInstrumentText(std::string& out, std::size_t number, const Instrument& instrument)
+void MusicText::AddParams(std::string_view indent, const std::vector<ShownParam>& params)
+{
+    for (const ShownParam& param : params)
+        Put(out_, indent, paramTexts_.Of(param), "\n");
+}
+
+void MusicText::AddRegion(const Region& region)
+{
+    const TriggerParams& trigger = region.trigger;
+    const unsigned rootKey = region.EffectiveRootKey();
+    Put(out_, "       ", KeysText(trigger.keys), ", velocity ", trigger.velocities.low, "..",
+        trigger.velocities.high, ": ", SoundText(region), ", root key ", rootKey, " (",
+        NoteName(static_cast<int>(rootKey)), ")", OverridesText(region), "\n");
+    AddParams("         ", TriggerValues(trigger));
+    AddParams("         ", SetParams(region.articulation));
+}
+
+void MusicText::Add(std::size_t number, const Instrument& instrument)
 {
     const MidiLocation location = instrument.location;
-    Add(out, "  {}. {} ({}bank {}/{}, program {})\n", number, Printable(instrument.GetName()),
-        location.IsDrum() ? "drum kit, " : "", location.BankMsb(), location.BankLsb(), location.Program());
+    Print(out_, "  {}. {} ({}bank {}/{}, program {})\n", number, Printable(instrument.GetName()),
+          location.IsDrum() ? "drum kit, " : "", location.BankMsb(), location.BankLsb(), location.Program());
     for (const auto& [key, text] : ListTexts(instrument))
-        Add(out, "     {}: {}\n", key, Printable(text));
+        Put(out_, "     ", key, ": ", Printable(text), "\n");
     for (const ChannelFx& effect : instrument.channelFx)
         if (effect.type != ChannelFxType::None)
-            Add(out, "     effect: {}\n", ChannelFxWord(effect.type));
-    AddParams(out, 5, SetParams(instrument.articulation));
+            Put(out_, "     effect: ", ChannelFxWord(effect.type), "\n");
+    AddParams("     ", SetParams(instrument.articulation));
     for (const Layer* layer : instrument.Layers()) {
-        Add(out, "     {}\n", Printable(layer->GetName()));
-        AddParams(out, 7, SetParams(layer->articulation));
+        Put(out_, "     ", Printable(layer->GetName()), "\n");
+        AddParams("       ", SetParams(layer->articulation));
         for (const Region* region : layer->Regions())
-            AddRegion(out, *region);
+            AddRegion(*region);
     }
 }
 
-void AddSongText(std::string& out, std::size_t number, const Song& song)
+void MusicText::Add(std::size_t number, const Song& song)
 {
     const TempoMap tempo(song);
-    Add(out, "  {}. {}\n", number, Printable(song.GetName()));
-    Add(out, "     MIDI format {}, division {}, {:.4g} beats per minute{}, {}\n", song.format, song.division,
-        tempo.FirstTempo(), tempo.Changes() > 1 ? " at the start" : "", LengthText(SongSeconds(song)));
+    Print(out_, "  {}. {}\n", number, Printable(song.GetName()));
+    Print(out_, "     MIDI format {}, division {}, {:.4g} beats per minute{}, {}\n", song.format,
+          song.division, tempo.FirstTempo(), tempo.Changes() > 1 ? " at the start" : "",
+          LengthText(SongSeconds(song)));
     for (const auto& [key, text] : ListTexts(song))
-        Add(out, "     {}: {}\n", key, Printable(text));
+        Print(out_, "     {}: {}\n", key, Printable(text));
     for (std::size_t i = 0; i < song.Children().size(); ++i) {
         if (song.Child(i) == nullptr)
             continue;
         const auto& track = static_cast<const Track&>(*song.Child(i));
-        Add(out, "     {}: {}, port {}, {} events\n", Printable(track.GetName()), ChannelText(track),
-            track.port, track.EventCount());
+        Print(out_, "     {}: {}, port {}, {} events\n", Printable(track.GetName()), ChannelText(track),
+              track.port, track.EventCount());
     }
 }
 

@@ -49,7 +49,13 @@ void UnprotectAll(Options& options)
         Unprotect(*options.convert.output);
     for (std::string& word : options.convert.select)
         Unprotect(word);
-    for (std::string* text : {&options.convert.type, &options.convert.dataFormat, &options.formats.extension})
+    for (std::vector<std::string>* words :
+         {&options.render.banks, &options.render.select, &options.verify.select})
+        for (std::string& word : *words)
+            Unprotect(word);
+    for (std::string* text : {&options.convert.type, &options.convert.dataFormat, &options.formats.extension,
+                              &options.render.input, &options.render.output, &options.render.gmBank,
+                              &options.render.dataFormat, &options.verify.first, &options.verify.second})
         Unprotect(*text);
 }
 
@@ -164,6 +170,107 @@ CLI::App* AddConvert(CLI::App& app, Options& all)
     return convert;
 }
 
+void AddRenderSound(CLI::App& render, RenderOptions& options)
+{
+    render.add_option("--rate", options.rateHz, "Sample rate in Hz (default: 48000)")
+        ->type_name("HZ")
+        ->check(CLI::Range(8000, 768000).description(""));
+    render.add_option("--polyphony", options.polyphony, "Notes that may sound together (default: 128)")
+        ->type_name("N")
+        ->check(CLI::Range(1, 65000).description(""));
+    render.add_flag("--no-effects", options.noEffects, "Leave out reverb, chorus and all other effects");
+    render.add_flag("--no-normalize", options.noNormalize, "Keep the level as it is played");
+    render.add_flag("--keep-silence", options.keepSilence, "Do not trim silence at both ends");
+    render
+        .add_option("--tail", options.tailSeconds,
+                    "How long notes may ring on behind the last event (default: 30; 0 cuts there)")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.0, 3600.0).description(""));
+    render
+        .add_option("--data-format", options.dataFormat, "Encoding of the samples, such as pcm24 or float32")
+        ->type_name("NAME");
+    render.add_option("-j,--jobs", options.jobs, "Threads to render with (default: all cores)")
+        ->type_name("N")
+        ->check(CLI::Range(1, 1024).description(""));
+}
+
+CLI::App* AddRender(CLI::App& app, Options& all)
+{
+    RenderOptions& options = all.render;
+    CLI::App* render = app.add_subcommand("render", "Play songs, or a note of an instrument, into a file");
+    render->add_option("FILE", options.input, "A song; with --note a bank or instrument")
+        ->required()
+        ->option_text(" ");
+    render->add_option("-o,--output", options.output, "File to write; its extension chooses the format")
+        ->required()
+        ->type_name("FILE");
+    render
+        ->add_option("-b,--bank", options.banks,
+                     "Take instruments that the song does not bring along from this bank (may be repeated)")
+        ->type_name("BANK");
+    render
+        ->add_option(
+            "--gm-bank", options.gmBank,
+            "The bank for all other instruments (default: the first General MIDI bank of the system)")
+        ->type_name("BANK");
+    AddRenderSound(*render, options);
+    render->add_flag("--stems", options.stems, "Write one file per MIDI channel");
+    render->add_option("--note", options.note, "Play this key (0 to 127) of an instrument instead of songs")
+        ->type_name("KEY")
+        ->check(CLI::Range(0, 127).description(""));
+    render->add_option("--velocity", options.velocity, "How hard the key is struck, 1 to 127 (default: 100)")
+        ->type_name("N")
+        ->check(CLI::Range(1, 127).description(""));
+    render->add_option("--seconds", options.seconds, "Length of the note's file (default: 2)")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.01, 3600.0).description(""));
+    render
+        ->add_option("--hold", options.holdSeconds, "How long the key is held (default: half of the length)")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.0, 3600.0).description(""));
+    render->add_option("--select", options.select, "The songs, or the instrument, of this name or number")
+        ->type_name("NAME_OR_NUMBER");
+    render->add_flag("--force", options.force, "Replace files that exist");
+    AddLoudness(*render, all);
+    render->footer("Examples:\n"
+                   "  vimbo render song.mid -o song.wav\n"
+                   "  vimbo render song.mid -b piano.sf2 --rate 44100 -o song.flac\n"
+                   "  vimbo render song.mid --stems -o stems.wav\n"
+                   "  vimbo render bank.sf2 --note 60 --seconds 4 --select 'Grand*' -o c4.wav");
+    return render;
+}
+
+CLI::App* AddVerify(CLI::App& app, Options& all)
+{
+    VerifyOptions& options = all.verify;
+    CLI::App* verify =
+        app.add_subcommand("verify", "Play the instruments of two banks and tell how far they differ");
+    verify->add_option("A", options.first, "The bank that is taken as right")->required()->option_text(" ");
+    verify->add_option("B", options.second, "The bank to judge")->required()->option_text(" ");
+    verify->add_option("--keys", options.keys, "Keys to play, such as 36,60,84 (default: every octave)")
+        ->delimiter(',')
+        ->type_name("KEYS")
+        ->check(CLI::Range(0, 127).description(""));
+    verify->add_option("--velocities", options.velocities, "Velocities to play (default: 40,80,127)")
+        ->delimiter(',')
+        ->type_name("VELOCITIES")
+        ->check(CLI::Range(1, 127).description(""));
+    verify->add_option("--select", options.select, "Only instruments of A of this name or number")
+        ->type_name("NAME_OR_NUMBER");
+    verify->add_option("--limit-level", options.limitLevelDb, "Fail if a level differs by more than this")
+        ->type_name("DB")
+        ->check(CLI::Range(0.0, 200.0).description(""));
+    verify->add_option("--limit-pitch", options.limitPitchCents, "Fail if a pitch differs by more than this")
+        ->type_name("CENTS")
+        ->check(CLI::Range(0.0, 12800.0).description(""));
+    verify->add_flag("--json", options.json, "Print a JSON array with an object per instrument");
+    AddLoudness(*verify, all);
+    verify->footer("Examples:\n"
+                   "  vimbo verify bank.sf2 bank.dls\n"
+                   "  vimbo verify old.sf2 new.sf2 --keys 60,72 --limit-level 0.5");
+    return verify;
+}
+
 CLI::App* AddFormats(CLI::App& app, Options& all)
 {
     FormatsOptions& options = all.formats;
@@ -209,6 +316,8 @@ std::optional<int> ParseCommandLine(const std::vector<std::string>& arguments, O
     app.require_subcommand(0, 1);
     const CLI::App* info = AddInfo(app, options);
     const CLI::App* convert = AddConvert(app, options);
+    const CLI::App* render = AddRender(app, options);
+    const CLI::App* verify = AddVerify(app, options);
     const CLI::App* formats = AddFormats(app, options);
     app.footer("Examples:\n"
                "  vimbo info kick.wav\n"
@@ -225,6 +334,10 @@ std::optional<int> ParseCommandLine(const std::vector<std::string>& arguments, O
         options.command = Command::Info;
     else if (convert->parsed())
         options.command = Command::Convert;
+    else if (render->parsed())
+        options.command = Command::Render;
+    else if (verify->parsed())
+        options.command = Command::Verify;
     else if (formats->parsed())
         options.command = Command::Formats;
     if (options.command != Command::None)

@@ -54,7 +54,41 @@ struct FormatsOptions {
     bool markdown = false;
 };
 
-enum class Command { None, Info, Convert, Formats };
+/// What is rendered: the songs of a file, or with a note one of its instruments.
+struct RenderOptions {
+    std::string input;
+    std::vector<std::string> banks; ///< where instruments are sought behind the song's own
+    std::string gmBank;             ///< default bank; "": the system's
+    std::string output;
+    std::string dataFormat;
+    unsigned rateHz = 48000;
+    unsigned polyphony = 128;
+    bool noEffects = false;
+    bool noNormalize = false;
+    bool keepSilence = false;
+    bool stems = false;
+    double tailSeconds = 30;
+    int note = -1; ///< key 0 to 127; below 0: songs
+    unsigned velocity = 100;
+    double seconds = 2;      ///< length of a note's file
+    double holdSeconds = -1; ///< below 0: half of the length
+    std::vector<std::string> select;
+    unsigned jobs = 0; ///< 0: all cores
+    bool force = false;
+};
+
+/// Two banks to compare by ear.
+struct VerifyOptions {
+    std::string first, second;
+    std::vector<unsigned> keys; ///< empty: every octave
+    std::vector<unsigned> velocities;
+    std::vector<std::string> select;
+    double limitLevelDb = -1;    ///< a greater difference fails; below 0: none does
+    double limitPitchCents = -1; ///< likewise
+    bool json = false;
+};
+
+enum class Command { None, Info, Convert, Render, Verify, Formats };
 
 struct Options {
     Command command = Command::None;
@@ -62,6 +96,8 @@ struct Options {
     bool verbose = false;
     InfoOptions info;
     ConvertOptions convert;
+    RenderOptions render;
+    VerifyOptions verify;
     FormatsOptions formats;
 };
 

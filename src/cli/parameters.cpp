@@ -4,7 +4,7 @@
 #include "cli/json_values.h"
 
 #include <array>
-#include <unordered_map>
+#include <bit>
 
 namespace vimbo::cli {
 
@@ -34,27 +34,48 @@ bool IsVolumeLevel(const ParamRow& row) noexcept
     return row.editClass == EditClass::FourDecimals && row.unit == ParamUnit::Db;
 }
 
-double ValueInUnit(const ParamRow& row, float value)
+/// Without the ranges.
+const std::array<std::string, kLastTriggerParam + 1>& TriggerNames()
 {
-    if (IsVolumeLevel(row))
-        return ShortDouble(static_cast<float>((value - 1.0) * kVolumeEnvelopeRangeDb));
-    return row.unit == ParamUnit::Percent ? ShortDouble(value * 100) : ShortDouble(value);
-}
-
-ShownParam Show(const ParamRow& row, std::string name, float value)
-{
-    return {row.id, std::move(name), ValueInUnit(row, value), WideToUtf8(UnitWord(row.unit)),
-            WideToUtf8(FormatParamValue(row.id, value))};
+    static const auto kNames = [] {
+        std::array<std::string, kLastTriggerParam + 1> names;
+        for (ParamId id = kParamKeyFadeIn; id <= kLastTriggerParam; ++id)
+            names[id] = WideToUtf8(TriggerParamRow(id).name);
+        return names;
+    }();
+    return kNames;
 }
 
 } // namespace
 
+double ShownParam::ValueInUnit() const
+{
+    if (IsVolumeLevel(*row))
+        return ShortDouble(static_cast<float>((stored - 1.0) * kVolumeEnvelopeRangeDb));
+    return row->unit == ParamUnit::Percent ? ShortDouble(stored * 100) : ShortDouble(stored);
+}
+
+std::string ShownParam::Unit() const
+{
+    return WideToUtf8(UnitWord(row->unit));
+}
+
+std::string ShownParam::Text() const
+{
+    return WideToUtf8(FormatParamValue(row->id, stored));
+}
+
 std::vector<ShownParam> SetParams(const ArticulationBlock& block)
 {
+    constexpr std::size_t kWordBits = 64;
     std::vector<ShownParam> shown;
-    for (ParamId id = 0; id < kArticulationParams; ++id)
-        if (block.IsSet(id))
-            shown.push_back(Show(ArticulationParamRow(id), ArticulationNames()[id], block[id]));
+    const auto marks = block.Marks();
+    for (std::size_t word = 0; word < marks.size(); ++word)
+        for (std::uint64_t bits = marks[word]; bits != 0; bits &= bits - 1) {
+            const auto bit = static_cast<std::size_t>(std::countr_zero(bits));
+            const auto id = static_cast<ParamId>(word * kWordBits + bit);
+            shown.push_back({&ArticulationParamRow(id), ArticulationNames()[id], block[id]});
+        }
     return shown;
 }
 
@@ -63,10 +84,19 @@ std::vector<ShownParam> TriggerValues(const TriggerParams& trigger)
     std::vector<ShownParam> shown;
     for (ParamId id = kParamKeyFadeIn; id <= kLastTriggerParam; ++id) {
         const ParamRow& row = TriggerParamRow(id);
-        if (trigger.Get(id) != row.defaultValue)
-            shown.push_back(Show(row, WideToUtf8(row.name), trigger.Get(id)));
+        if (const float value = trigger.Get(id); value != row.defaultValue)
+            shown.push_back({&row, TriggerNames()[id], value});
     }
     return shown;
+}
+
+const std::string& ParamTexts::Of(const ShownParam& param)
+{
+    const std::uint64_t key = std::uint64_t{param.row->id} << 32 | std::bit_cast<std::uint32_t>(param.stored);
+    const auto [made, isNew] = made_.try_emplace(key);
+    if (isNew)
+        made->second.append(param.name).append(": ").append(param.Text());
+    return made->second;
 }
 
 } // namespace vimbo::cli

@@ -15,6 +15,10 @@ int RunCommand(const Options& options, Console& console)
         return RunInfo(options.info, console);
     case Command::Convert:
         return RunConvert(options.convert, console);
+    case Command::Render:
+        return RunRender(options.render, console);
+    case Command::Verify:
+        return RunVerify(options.verify, console);
     case Command::Formats:
         return RunFormats(options.formats, console);
     case Command::None:

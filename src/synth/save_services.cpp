@@ -1,0 +1,41 @@
+#include "synth/save_services.h"
+
+#include "base/last_error.h"
+#include "model/song.h"
+
+#include <deque>
+
+namespace vimbo::synth {
+namespace {
+
+struct Renderer {
+    RenderSettings settings;
+    std::vector<Collection*> banks;
+    std::deque<ScratchFile> files;
+
+    Waveform* Render(Song& song)
+    {
+        InstrumentSources sources;
+        sources.banks = banks;
+        const RenderResult result = RenderSong(song, settings, sources, files.emplace_back());
+        if (result.end == RenderEnd::NoNotes)
+            (void)Fail(u"No notes to render");
+        else if (result.end == RenderEnd::Aborted)
+            (void)Fail(u"Rendered aborted");
+        return result.wave;
+    }
+};
+
+} // namespace
+
+SaveServices MakeSaveServices(const RenderSettings& settings, std::span<Collection* const> banks)
+{
+    auto renderer = std::make_shared<Renderer>();
+    renderer->settings = settings;
+    renderer->banks.assign(banks.begin(), banks.end());
+    SaveServices services;
+    services.renderSong = [renderer](Song& song) { return renderer->Render(song); };
+    return services;
+}
+
+} // namespace vimbo::synth

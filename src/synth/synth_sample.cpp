@@ -1,0 +1,89 @@
+#include "synth/synth_sample.h"
+
+#include "base/last_error.h"
+#include "model/waveform.h"
+
+#include <algorithm>
+#include <new>
+
+namespace vimbo::synth {
+
+std::shared_ptr<SynthSample> SynthSample::Create(std::uint32_t frames, unsigned channels, float rateHz)
+{
+    const std::size_t floats = (kFramesBefore + frames + kFramesBehind) * channels;
+    std::unique_ptr<float[]> data(new (std::nothrow) float[floats]());
+    if (!data) {
+        (void)Fail(u"Out of memory");
+        return nullptr;
+    }
+    return std::shared_ptr<SynthSample>(new SynthSample(std::move(data), frames, channels, rateHz));
+}
+
+void SynthSample::WrapLoop(double loopStart) noexcept
+{
+    if (!(loopStart >= 0 && loopStart < frames_))
+        return;
+    const auto start = static_cast<std::size_t>(loopStart);
+    const std::size_t count = std::min(frames_ - start, kFramesBehind);
+    float* const first = data_.get() + kFramesBefore * channels_;
+    std::copy_n(first + start * channels_, count * channels_, first + std::size_t{frames_} * channels_);
+}
+
+namespace {
+
+bool ReadInto(Waveform& wave, std::span<float> out, unsigned channels)
+{
+    auto source = wave.OpenFrames();
+    if (!source)
+        return false;
+    if (source->Channels() != channels)
+        source = WithChannels(std::move(source), channels);
+    return source->Read(0, out);
+}
+
+/// Both sides into one stereo sample. The right one is as long as the left.
+bool ReadPair(Waveform& left, Waveform& right, SynthSample& sample)
+{
+    std::unique_ptr<float[]> side(new (std::nothrow) float[sample.Frames()]);
+    if (!side)
+        return false;
+    const std::span<float> out = sample.Fill();
+    Waveform* const waves[] = {&left, &right};
+    for (std::size_t channel = 0; channel < 2; ++channel) {
+        if (!ReadInto(*waves[channel], {side.get(), sample.Frames()}, 1))
+            return false;
+        for (std::size_t i = 0; i < sample.Frames(); ++i)
+            out[2 * i + channel] = side[i];
+    }
+    return true;
+}
+
+const void* BlockOf(const Waveform* wave) noexcept
+{
+    return wave && wave->HasBlock() ? static_cast<const void*>(wave->Block()->Samples().data()) : nullptr;
+}
+
+} // namespace
+
+std::shared_ptr<const SynthSample> SampleStore::Get(Waveform& wave, Waveform* right, double loopStart)
+{
+    const Key key{wave.Handle(),  right ? right->Handle() : ItemHandle(),
+                  &wave.Owner(),  BlockOf(&wave),
+                  BlockOf(right), wave.frames,
+                  loopStart};
+    const std::lock_guard lock(mutex_);
+    auto& entry = samples_[key];
+    if (auto sample = entry.lock())
+        return sample;
+    const unsigned channels = right ? 2 : wave.channels;
+    auto sample = SynthSample::Create(wave.frames, channels, static_cast<float>(wave.rateHz));
+    if (!sample)
+        return nullptr;
+    if (!(right ? ReadPair(wave, *right, *sample) : ReadInto(wave, sample->Fill(), channels)))
+        return nullptr;
+    sample->WrapLoop(loopStart);
+    entry = sample;
+    return sample;
+}
+
+} // namespace vimbo::synth
