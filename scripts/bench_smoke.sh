@@ -9,3 +9,4 @@ done
 bench/compare_convert.sh --smoke
 bench/compare_codecs.sh --smoke
 bench/compare_banks.sh --smoke
+bench/open_sfz_folder.sh --smoke

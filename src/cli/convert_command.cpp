@@ -8,6 +8,7 @@
 
 #include "base/text.h"
 #include "base/worker_pool.h"
+#include "synth/save_services.h"
 
 #include <fmt/format.h>
 
@@ -207,12 +208,16 @@ int RunConvert(const ConvertOptions& options, Console& console)
                    .wantsNotes = options.report || options.json,
                    .naming = NamingOf(options.nameMode),
                    .select = options.select,
+                   .services = {},
                    .queries = SystemFileQueries()};
 
     Counts counts;
     const InputList inputs = CollectInputs(options, plan.outputIsFolder, console, counts);
     const std::vector<PlannedJob> jobs = PlanConversion(inputs.files, plan, run.queries);
     run.isSingleJob = jobs.size() == 1;
+    synth::RenderSettings rendering;
+    rendering.threads = run.isSingleJob ? 0 : 1; // jobs run side by side
+    run.services = synth::MakeSaveServices(rendering);
     const std::vector<JobResult> results = RunAll(jobs, run, options.jobs, console);
 
     std::string output;

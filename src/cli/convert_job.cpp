@@ -72,6 +72,13 @@ bool Load(const PlannedJob& job, const ConvertRun& run, Collection& collection)
                     run.answers.raw ? AllowRaw::Yes : AllowRaw::No);
 }
 
+/// Songs are played where only sound can be written and there is no other sound.
+bool IsRendered(const FormatRow& row, const Collection& collection) noexcept
+{
+    return (row.kinds & kKindWave) != 0 && (row.kinds & kKindSong) == 0 &&
+           collection.CountOf(ItemKind::Waveform) == 0 && collection.CountOf(ItemKind::Song) != 0;
+}
+
 /// The kind whose items go into the row's files: the row's own order of preference.
 ItemKind KindToWrite(const FormatRow& row, const Collection& collection) noexcept
 {
@@ -79,7 +86,7 @@ ItemKind KindToWrite(const FormatRow& row, const Collection& collection) noexcep
         return ItemKind::Instrument;
     if ((row.kinds & (kKindWave | kKindCollection)) != 0 && collection.CountOf(ItemKind::Waveform) > 0)
         return ItemKind::Waveform;
-    return (row.kinds & kKindSong) != 0 ? ItemKind::Song : ItemKind::Waveform;
+    return (row.kinds & kKindSong) != 0 || IsRendered(row, collection) ? ItemKind::Song : ItemKind::Waveform;
 }
 
 std::vector<Item*> ItemsOfKind(const Collection& collection, ItemKind kind)
@@ -93,7 +100,8 @@ std::vector<Item*> ItemsOfKind(const Collection& collection, ItemKind kind)
 /// The item that goes into a single file, null if each item needs a file of its own.
 Item* SingleRoot(Collection& collection, const FormatRow& row, ItemKind kind)
 {
-    if ((row.kinds & kKindCollection) != 0 || collection.CountOf(kind) == 0)
+    const bool takesAll = (row.kinds & kKindCollection) != 0 && !IsRendered(row, collection);
+    if (takesAll || collection.CountOf(kind) == 0)
         return &collection;
     return collection.CountOf(kind) == 1 ? ItemsOfKind(collection, kind).front() : nullptr;
 }
@@ -162,7 +170,7 @@ bool MakeFolderFor(const fs::path& output)
 bool Write(Target& target, const ConvertRun& run, ConvertReport& report)
 {
     const fs::path& output = target.job.output;
-    const SaveOptions save{.lastUse = target.isLast, .isFixedUp = true};
+    const SaveOptions save{.lastUse = target.isLast, .isFixedUp = true, .services = &run.services};
     if (!MakeFolderFor(output) ||
         !SaveToPath(target.root, PathToWide(output.native()), run.row, run.choice, save))
         return false;

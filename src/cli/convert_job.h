@@ -5,6 +5,7 @@
 #include "cli/convert_plan.h"
 #include "cli/output_claims.h"
 #include "formats/format_table.h"
+#include "formats/save.h"
 #include "formats/save_all.h"
 
 #include <cstdint>
@@ -44,6 +45,7 @@ struct ConvertRun {
     bool isSingleJob = false;         ///< the program ends behind it
     std::optional<AutoNaming> naming; ///< of the files of one bank; none: "<stem>-<NN>-<name>"
     std::vector<std::string> select;
+    SaveServices services; ///< for songs and synthesis models that are to become sound
     FileQueries queries;
 };
 

@@ -7,6 +7,7 @@
 #include "model/fix_up.h"
 #include "model/sample_source.h"
 #include "model/song.h"
+#include "model/song_analysis.h"
 #include "model/stereo_pairs.h"
 #include "model/synth_model.h"
 
@@ -119,7 +120,10 @@ bool HasContentFor(const Item& root, const FormatRow& row, const SavePlan& plan)
     return isCollection ? owner.CountOf(ItemKind::Waveform) > 0 : !root.Children().empty();
 }
 
-Song& WrapInSong(const Track& track)
+enum class WithTempo : bool { No, Yes };
+
+/// @param tempo  whether the tempos that the other tracks of its song set come along
+Song& WrapInSong(const Track& track, WithTempo tempo)
 {
     Collection& owner = track.Owner();
     const auto* from = static_cast<const Song*>(track.ParentItem());
@@ -131,6 +135,20 @@ Song& WrapInSong(const Track& track)
     Track& copy = owner.Clone(track);
     copy.SetParent(song.Handle());
     song.AddChild(copy.Handle());
+    constexpr std::uint16_t kPatterns = 2; // these have tempos of their own
+    if (tempo == WithTempo::No || from == nullptr || from->format == kPatterns)
+        return song;
+    for (std::size_t i = 0; i < from->Children().size(); ++i)
+        if (const Track* other = from->TrackAt(i); other != nullptr && other != &track) {
+            const std::vector<std::byte> map = ExtractTempoMap(other->Data());
+            TrackEvent event;
+            if (EventWalk walk(map); !walk.Next(event) || event.IsMeta(kMetaEndOfTrack))
+                continue; // sets nothing
+            Track& tempos = owner.Create<Track>(other->GetName());
+            tempos.SetData(map);
+            tempos.SetParent(song.Handle());
+            song.AddChild(tempos.Handle());
+        }
     return song;
 }
 
@@ -163,7 +181,8 @@ public:
         if (plan.wrap && plan.kind == ItemKind::Instrument)
             Replace(WrapInInstrument(*root_));
         else if (plan.wrap)
-            Replace(WrapInSong(static_cast<const Track&>(*root_)));
+            Replace(
+                WrapInSong(static_cast<const Track&>(*root_), plan.render ? WithTempo::Yes : WithTempo::No));
         if (plan.render && !Render(services))
             return Fail(u"Save aborted!");
         if (plan.holdsSynth && !ConvertSynths(services))

@@ -96,13 +96,15 @@ void CompareNotesOf(const Instrument& a, const Instrument& b, const CompareGrid&
     std::array<std::vector<NoteSound>, 2> sounds;
     const std::array<const Instrument*, 2> instruments{&a, &b};
     RunJobs(2, 0, [&](std::size_t i) { sounds[i] = PlayAll(*instruments[i], keys, grid); });
-    std::size_t next = 0;
+    std::vector<ComparedNote> notes;
     for (const unsigned key : keys)
-        for (const unsigned velocity : grid.velocities) {
-            const std::size_t i = next++;
-            if (!IsSilent(sounds[0][i]) || !IsSilent(sounds[1][i]))
-                result.notes.push_back({key, velocity, CompareNotes(sounds[0][i], sounds[1][i])});
-        }
+        for (const unsigned velocity : grid.velocities)
+            notes.push_back({key, velocity, {}});
+    RunJobs(notes.size(), 0,
+            [&](std::size_t i) { notes[i].difference = CompareNotes(sounds[0][i], sounds[1][i]); });
+    for (std::size_t i = 0; i < notes.size(); ++i)
+        if (!IsSilent(sounds[0][i]) || !IsSilent(sounds[1][i]))
+            result.notes.push_back(notes[i]);
 }
 
 } // namespace

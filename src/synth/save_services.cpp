@@ -2,8 +2,10 @@
 
 #include "base/last_error.h"
 #include "model/song.h"
+#include "synth/model_to_wavetable.h"
 
 #include <deque>
+#include <mutex>
 
 namespace vimbo::synth {
 namespace {
@@ -12,12 +14,19 @@ struct Renderer {
     RenderSettings settings;
     std::vector<Collection*> banks;
     std::deque<ScratchFile> files;
+    std::mutex mutex; ///< of `files`
+
+    ScratchFile& NewFile()
+    {
+        const std::lock_guard lock(mutex);
+        return files.emplace_back();
+    }
 
     Waveform* Render(Song& song)
     {
         InstrumentSources sources;
         sources.banks = banks;
-        const RenderResult result = RenderSong(song, settings, sources, files.emplace_back());
+        const RenderResult result = RenderSong(song, settings, sources, NewFile());
         if (result.end == RenderEnd::NoNotes)
             (void)Fail(u"No notes to render");
         else if (result.end == RenderEnd::Aborted)
@@ -35,6 +44,7 @@ SaveServices MakeSaveServices(const RenderSettings& settings, std::span<Collecti
     renderer->banks.assign(banks.begin(), banks.end());
     SaveServices services;
     services.renderSong = [renderer](Song& song) { return renderer->Render(song); };
+    services.convertSynthModels = [](Item& root) { return ConvertSynthModels(root); };
     return services;
 }
 

@@ -8,7 +8,8 @@
 
 namespace vimbo::synth {
 
-/// Services that render songs with these settings. Rendered frames lie in temporary files, which last as long
+/// Services that render songs with these settings, and synthesis models with their own. Several threads may
+/// use them for collections of their own. Rendered frames lie in temporary files, which last as long
 /// as any copy of the services. The instruments are those of the song's collection, of `banks` (which must
 /// outlive the services), and of the default bank.
 SaveServices MakeSaveServices(const RenderSettings& settings, std::span<Collection* const> banks = {});

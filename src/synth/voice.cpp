@@ -109,11 +109,15 @@ void RunVoice(Voice& voice, const VoiceClock& clock, StereoBlock& out) noexcept
                voice.model);
 }
 
-PanGains VoicePan(const Voice& voice, float channelPan) noexcept
+PanGains VoicePan(Voice& voice, float channelPan) noexcept
 {
     const auto& p = voice.region->params;
-    const float pan = p[kArtPan] + channelPan * p[kArtCc10ToPan] + voice.panModulation;
-    return PanToGains(Limited(pan, -1.0f, 1.0f));
+    const float pan = Limited(p[kArtPan] + channelPan * p[kArtCc10ToPan] + voice.panModulation, -1.0f, 1.0f);
+    if (pan != voice.lastPan) {
+        voice.lastPan = pan;
+        voice.lastPanGains = PanToGains(pan);
+    }
+    return voice.lastPanGains;
 }
 
 } // namespace vimbo::synth

@@ -58,6 +58,8 @@ struct Voice {
     float envelopeGain = 0;   ///< after InitVoice: at the envelope's initial level
     float gainEstimate = 0;   ///< peak of the model's own output: 1 for samples, 0 before the sound starts
     float panModulation = 0;
+    float lastPan = 2; ///< beyond all: not worked out yet
+    PanGains lastPanGains;
     VoiceFilterKind filterKind = VoiceFilterKind::PassThru;
     VoiceFilterCoefs filterCoefs;
     VoiceFilterState filterState, filterStateRight;
@@ -81,6 +83,6 @@ void ShutDownVoice(Voice& voice, const VoiceClock& clock) noexcept;
 /// Sets the fields above for the mixer. Reads and writes nothing but the voice and the region.
 void RunVoice(Voice& voice, const VoiceClock& clock, StereoBlock& out) noexcept;
 /// Pan gains for this block: the region's pan, `channelPan` (-1 to 1) by its depth, and modulation.
-PanGains VoicePan(const Voice& voice, float channelPan) noexcept;
+PanGains VoicePan(Voice& voice, float channelPan) noexcept;
 
 } // namespace vimbo::synth

@@ -6,6 +6,7 @@
 #include "formats/open.h"
 #include "model/song.h"
 #include "model/synth_model.h"
+#include "model/track_builder.h"
 #include "test_files.h"
 #include "test_host.h"
 
@@ -226,6 +227,13 @@ TEST_F(SaveThroughRowTest, SongsAndSynthesisModelsAreRendered)
     EXPECT_EQ(rendered, 2u);
     ASSERT_TRUE(Save(track, kWaveRow, path, with));
     EXPECT_EQ(rendered, 1u);
+    TrackBuilder tempo;
+    constexpr std::array kTempo = {std::byte{3}, std::byte{0}, std::byte{0}};
+    tempo.PutMeta(kMetaTempo, kTempo);
+    tempo.PutEndOfTrack();
+    song.TrackAt(1)->SetData(tempo.Data());
+    ASSERT_TRUE(Save(track, kWaveRow, path, with));
+    EXPECT_EQ(rendered, 2u) << "the tempo of its song comes along";
     for (Item* root : {static_cast<Item*>(&instrument), static_cast<Item*>(&region),
                        static_cast<Item*>(&model), static_cast<Item*>(&bank.items)}) {
         seen = {};

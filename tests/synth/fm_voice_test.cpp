@@ -171,6 +171,7 @@ TEST(FmVoice, LevelFollowsVelocityAndKey)
         TestVoice voice(region, row.strike);
         EXPECT_NEAR(Decibels(AmplitudeAt(Record(voice, 750), 750)), row.db, 0.01) << row.name;
         EXPECT_NEAR(voice.voice.envelopeGain, 1, 1e-6);
+        EXPECT_NEAR(Decibels(voice.voice.gainEstimate), row.db, 0.01) << row.name;
     }
 }
 
@@ -214,6 +215,11 @@ TEST(FmVoice, FeedbackMakesHarmonicsAndStaysInBounds)
         EXPECT_NEAR(Decibels(AmplitudeAt(frames, 50 * n)),
                     Decibels(2 * std::cyl_bessel_j(n, n * kDepth) / (n * kDepth)), 0.2)
             << n;
+    // The mean of two outputs keeps strong feedback from swinging from frame to frame.
+    op.feedback = 0.35f;
+    const SynthRegion strong = OneOperator(op);
+    TestVoice bright(strong);
+    EXPECT_LT(AmplitudeAt(Record(bright, 750), 24000), 0.01);
     for (const float feedback : {1.0f, 4.0f})
         for (const double hz : {55.0, 3000.0, 20000.0}) {
             op = Steady(hz);
@@ -260,6 +266,8 @@ TEST(FmVoice, EnvelopeKeepsItsTimes)
         TestVoice voice(region, {12, 100});
         const std::vector<float> held = Record(voice, 1500);
         EXPECT_NEAR(levelAt(held, 0.05 * factor), Decibels(0.25), 0.3);
+        EXPECT_NEAR(std::abs(held[30 * kBlockFrames - 1]) * std::numbers::sqrt2, 0.2 / factor, 1e-5)
+            << "a block ends on its tick's value";
         EXPECT_NEAR(levelAt(held, 0.1 * factor), Decibels(0.5), 0.2);
         EXPECT_NEAR(levelAt(held, 0.2 * factor), 0, 0.15);
         EXPECT_NEAR(levelAt(held, 0.35 * factor), -12, 0.15);
@@ -273,6 +281,47 @@ TEST(FmVoice, EnvelopeKeepsItsTimes)
         voice.Run(2);
         EXPECT_TRUE(voice.voice.isDead);
     }
+}
+
+TEST(FmVoice, PitchEnvelopeMovesHoldsAndGoesBack)
+{
+    FmPatch patch;
+    patch.operators[0] = Steady(1000);
+    patch.operators[0].envelope.point[0] = {1, 3};
+    patch.pitchDepth = 12;
+    patch.pitchEnvelope = {-1, 2, 1, {{{0.5f, 0.5f}, {0, 0.2f}}}};
+    const SynthRegion region = FmRegion(patch);
+    TestVoice voice(region);
+    EXPECT_NEAR(Cents(MeasureHz(Record(voice, 5)), 500), 0, 30);
+    voice.Run(800);
+    EXPECT_NEAR(Cents(MeasureHz(Record(voice, 750)), 1000), 600, 0.1);
+    ReleaseVoice(voice.voice, kClock);
+    voice.Run(75);
+    EXPECT_NEAR(Cents(MeasureHz(Record(voice, 3)), 1000), 300, 15);
+    voice.Run(80);
+    EXPECT_NEAR(Cents(MeasureHz(Record(voice, 750)), 1000), 0, 0.1);
+}
+
+/// Behind the hold rises are straight in dB, too.
+TEST(PointEnvelope, ReleaseMayRise)
+{
+    const std::array<LevelPoint, 3> points{{{0.25f, 0}, {0.75f, 0.2f}, {0, 0.1f}}};
+    const PointSetting setting{points, 1, 1, true, true, 1, 750};
+    PointEnvelope envelope;
+    envelope.Start(setting);
+    for (int tick = 0; tick < 50; ++tick)
+        envelope.Tick(setting);
+    EXPECT_EQ(envelope.Value(), 0.25f);
+    EXPECT_EQ(envelope.Stage(), 1u) << "the hold";
+    envelope.Release(setting);
+    for (int tick = 0; tick < 75; ++tick)
+        envelope.Tick(setting);
+    EXPECT_NEAR(envelope.Value(), 0.5f, 1e-5);
+    EXPECT_NEAR(envelope.Gain(), std::pow(10, -48 / 20.0), 1e-6);
+    for (int tick = 0; tick < 76; ++tick)
+        envelope.Tick(setting);
+    EXPECT_EQ(envelope.Stage(), 3u);
+    EXPECT_FALSE(envelope.IsBehindLast());
 }
 
 TEST(FmVoice, EndsWithItsCarriers)

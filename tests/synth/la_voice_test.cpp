@@ -2,7 +2,7 @@
 #include "spectrum.h"
 #include "synth/la_voice.h"
 
-#include "dsp/kernels/voice_filter.h"
+#include "dsp/kernels/biquad.h"
 
 #include <gtest/gtest.h>
 
@@ -259,7 +259,7 @@ TEST(LaVoice, FilterHasItsCornerSlopeAndPeak)
              p.filterIsGentle = true, p.resonance = 12;
              p.filterDepth = 24;
              for (LevelPoint& point : p.filterEnvelope.point)
-                 point.level = 0.5f;
+                 point = {0.5f, 0.1f};
          },
          60, 2000, 6, 0.3},
     };
@@ -336,6 +336,21 @@ TEST(LaVoice, WaveformsPlayAtTheirPitchAndLoop)
     EXPECT_FALSE(voice.voice.isDead);
     voice.Run(3);
     EXPECT_TRUE(voice.voice.isDead) << "the only partial is over";
+    program.waves[4].sound.loopType = LoopType::Forward;
+    program.waves[4].sound.breakOnRelease = true;
+    const SynthRegion breaking = LaRegion(program);
+    TestVoice let(breaking, {60, 100});
+    let.Run(200);
+    EXPECT_FALSE(let.voice.isDead);
+    ReleaseVoice(let.voice, kClock);
+    let.Run(39);
+    EXPECT_TRUE(let.voice.isDead) << "the loop's last turn";
+    program.waves[4].sound.sample = MakeSample(
+        4800, 2, 48000, [](std::size_t, std::size_t channel) { return channel == 0 ? 0.5f : -0.25f; });
+    const SynthRegion stereo = LaRegion(program);
+    TestVoice both(stereo, {60, 100});
+    both.Run();
+    EXPECT_NEAR(both.Run()[30], 0.125f * 0.5f, 1e-5) << "the mean of both sides";
     program.waves[4].sound.sample = nullptr;
     const SynthRegion missing = LaRegion(program);
     TestVoice none(missing);
@@ -365,6 +380,26 @@ TEST(LaVoice, LevelFollowsVelocityAndBias)
     EXPECT_NEAR(db({60, 64}, 0), -3 + 40 * std::log10(64 / 127.0), 0.01);
     EXPECT_NEAR(db({84, 127}, 0), -3 - 12, 0.01);
     EXPECT_NEAR(db({42, 127}, 0.5f), -3 - 6 - 2, 0.01);
+}
+
+TEST(LaVoice, EqualizesWhatItMixes)
+{
+    LaProgram program;
+    program.patch.partials[0] = Steady(LaWaveform::Saw);
+    program.patch.partials[0].isPcm = true;
+    program.waves[0] = SineWave(1000);
+    program.patch.eq[1] = {LaEqMode::Peak, 1000, 6, 1};
+    const SynthRegion region = LaRegion(program);
+    TestVoice voice(region);
+    ASSERT_EQ(voice.voice.eqBands, 1);
+    std::vector<float> frames;
+    for (int tick = 0; tick < 1500; ++tick) {
+        voice.Run();
+        const EqLane lane{voice.block.left, 1, voice.voice.eq.data(), voice.voice.eqState.data()};
+        RunEqLanes({&lane, 1});
+        frames.insert(frames.end(), std::begin(voice.block.left), std::end(voice.block.left));
+    }
+    EXPECT_NEAR(Decibels(AmplitudeAt(std::span(frames).last(48000), 1000)), 6, 0.01);
 }
 
 /// The level envelope ends the voice; -75 dB is low enough.

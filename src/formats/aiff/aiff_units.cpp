@@ -62,8 +62,8 @@ std::int16_t LoopTypeToMode(LoopType type) noexcept
 
 std::int16_t GainToInst(float gainDb) noexcept
 {
-    constexpr float kMost = 96; // of the parameter
-    return static_cast<std::int16_t>(std::lround(std::clamp(gainDb, -kMost, kMost)));
+    constexpr float kLoudest = 96; // of the parameter
+    return static_cast<std::int16_t>(std::lround(std::clamp(gainDb, -kLoudest, kLoudest)));
 }
 
 std::string MarkName(std::u16string_view name)
