@@ -16,9 +16,7 @@ using namespace vimbo::synth;
 
 constexpr std::size_t kCommandBytes = 5;
 constexpr std::size_t kMostBlocks = 1500;
-// The polyphony's share of the output and 24 dB: each voice is limited to +12 dB, filters and effects add
-// theirs.
-constexpr float kLoudest = 1e9f;
+constexpr float kLoudest = 15.85f;
 
 std::shared_ptr<const SynthSample> Noise(unsigned channels)
 {

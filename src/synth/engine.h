@@ -79,7 +79,8 @@ public:
     /// Drops what is queued and continues the count of time at `seconds`.
     void Seek(double seconds, bool shutVoices);
 
-    /// Renders the next block of interleaved frames. @return false if it is silence
+    /// Renders the next block of interleaved frames, finite and at most 24 dB over full scale.
+    /// @return false if it is silence
     bool Render(Block out) noexcept;
     double PositionSeconds() const noexcept;
 

@@ -10,6 +10,7 @@ namespace vimbo::synth {
 namespace {
 
 constexpr float kInaudible = 1e-6f;
+constexpr float kLoudest = 15.848932f; // +24 dB
 constexpr std::size_t kVoicesPerWorker = 64;
 
 } // namespace
@@ -259,11 +260,25 @@ bool SynthEngine::SumBuses(Block out) noexcept
     return !isEmpty;
 }
 
+/// Whatever values instruments hold: nothing leaves the engine that would hurt ears or spoil what is rendered
+/// behind it.
 void SynthEngine::MeasurePeak(Block out, bool sounds) noexcept
 {
-    const float peak = sounds ? std::max(PeakOf(out.data()), PeakOf(out.data() + kBlockFrames)) : 0;
+    float* const halves[] = {out.data(), out.data() + kBlockFrames};
+    float peak = 0;
+    for (float* const half : halves) {
+        if (!sounds)
+            break;
+        float most = PeakOf(half);
+        if (!(most <= kLoudest)) { // NaN too
+            for (std::size_t i = 0; i < kBlockFrames; ++i)
+                half[i] = std::isnan(half[i]) ? 0 : std::clamp(half[i], -kLoudest, kLoudest);
+            most = PeakOf(half);
+        }
+        peak = std::max(peak, most);
+    }
     lastPeak_.store(peak, std::memory_order_relaxed);
-    if (!(peak > 1))
+    if (peak <= 1)
         return;
     clipped_.store(true, std::memory_order_relaxed);
     if (clampOutput.load(std::memory_order_relaxed))

@@ -232,6 +232,20 @@ TEST(EngineBlock, ClipsOnlyWhereWanted)
     EXPECT_EQ(engine.VoiceCount(), 0u);
 }
 
+TEST(EngineBlock, NothingLeavesThatHurts)
+{
+    std::vector<float> bad(256, 1e30f);
+    bad[100] = std::nanf("");
+    SynthEngine engine({.gain = 1, .threads = 1});
+    engine.clampOutput = false;
+    engine.PutInstrument(MakeInstrument({MakeRegion(MakeSample(bad))}));
+    engine.Dispatch(SynthEvent::Make(0x90, 60, 127));
+    const Rendered out = RenderBlocks(engine, 40);
+    for (const float sample : out.left)
+        ASSERT_LE(std::abs(sample), 15.85f); // false for NaN
+    EXPECT_GT(engine.LastPeak(), 15.8f);
+}
+
 TEST(EngineBlock, InstrumentsChangeWhileBlocksRun)
 {
     SynthEngine engine({.gain = 0.1f, .threads = 2});
