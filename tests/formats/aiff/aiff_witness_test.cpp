@@ -4,6 +4,7 @@
 #include "formats/aiff/aiff_bytes.h"
 #include "formats/open.h"
 #include "formats/save.h"
+#include "programs.h"
 #include "test_files.h"
 
 #include <gtest/gtest.h>
@@ -16,6 +17,14 @@
 namespace vimbo {
 namespace {
 
+using testing::HasProgram;
+
+/// Without standard error.
+std::string ResultOf(const std::string& command)
+{
+    return testing::OutputOf(command + " 2>/dev/null");
+}
+
 using testing::ScratchFolder;
 
 constexpr int kAifRow = 15;
@@ -23,32 +32,14 @@ constexpr std::size_t kFrames = 4001;
 constexpr std::string_view kDecode = "ffmpeg -v error -nostdin -i ";
 constexpr std::string_view kToFloats = " -f f32le -c:a pcm_f32le -";
 
-bool HasProgram(const std::string& name)
-{
-    return std::system(("command -v " + name + " >/dev/null 2>&1").c_str()) == 0;
-}
-
 bool Runs(const std::string& command)
 {
     return std::system((command + " >/dev/null 2>&1").c_str()) == 0;
 }
 
-std::string OutputOf(const std::string& command)
-{
-    std::string output;
-    FILE* pipe = ::popen((command + " 2>/dev/null").c_str(), "r");
-    if (pipe == nullptr)
-        return output;
-    std::array<char, 65536> buffer;
-    while (const std::size_t got = std::fread(buffer.data(), 1, buffer.size(), pipe))
-        output.append(buffer.data(), got);
-    ::pclose(pipe);
-    return output;
-}
-
 std::vector<float> FloatsOf(const std::string& command)
 {
-    const std::string bytes = OutputOf(command);
+    const std::string bytes = ResultOf(command);
     std::vector<float> floats(bytes.size() / sizeof(float));
     std::memcpy(floats.data(), bytes.data(), floats.size() * sizeof(float));
     return floats;
@@ -135,7 +126,7 @@ TEST(AiffWitness, LibsndfileSeesLoopsMarkersAndTexts)
         GTEST_SKIP() << "sndfile-info is not installed";
     const ScratchFolder folder;
     const std::string told =
-        OutputOf("sndfile-info " + Quoted(Write(folder, 2, DataFormat::Pcm24)) + " | tr -s ' \\n' ' '");
+        ResultOf("sndfile-info " + Quoted(Write(folder, 2, DataFormat::Pcm24)) + " | tr -s ' \\n' ' '");
     for (const char* words :
          {"Frames : 4001", "Channels : 2", "Sample Rate : 32000", "NAME : Witness", "AUTH : Somebody",
           "Base Note : 45", "Detune : 12", "Mark ID : 1 Position : 100 Name : sust loop begin",

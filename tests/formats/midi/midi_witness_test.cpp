@@ -4,6 +4,7 @@
 #include "formats/open.h"
 #include "formats/save.h"
 #include "model/song_analysis.h"
+#include "programs.h"
 #include "test_files.h"
 
 #include <gtest/gtest.h>
@@ -17,29 +18,19 @@
 namespace vimbo {
 namespace {
 
+using testing::HasProgram;
+
+/// Without standard error, and with nothing to read.
+std::string ResultOf(const std::string& command)
+{
+    return testing::OutputOf(command + " 2>/dev/null </dev/null");
+}
+
 namespace fs = std::filesystem;
 
 constexpr int kMidRow = 232, kXmiRow = 528;
 constexpr const char* kSongs = "/usr/share/games/openttd/baseset/openmsx";
 constexpr const char* kWildmidi = "wildmidi -c /etc/wildmidi/wildmidi.cfg -x ";
-
-bool HasProgram(const std::string& name)
-{
-    return std::system(("command -v " + name + " >/dev/null 2>&1").c_str()) == 0;
-}
-
-std::string OutputOf(const std::string& command)
-{
-    std::string output;
-    FILE* pipe = ::popen((command + " 2>/dev/null </dev/null").c_str(), "r");
-    if (pipe == nullptr)
-        return output;
-    std::array<char, 65536> buffer;
-    while (const std::size_t got = std::fread(buffer.data(), 1, buffer.size(), pipe))
-        output.append(buffer.data(), got);
-    ::pclose(pipe);
-    return output;
-}
 
 /// A song as midicsv tells it.
 struct Told {
@@ -96,8 +87,8 @@ TEST(MidiWitness, OthersTellTheSameOfSongsAndOfWhatWeWrite)
         for (const auto& [row, name] : {std::pair{kMidRow, "a.mid"}, {kXmiRow, "a.xmi"}})
             ASSERT_TRUE(SaveItem(&song, row, folder.Wide(name), AutoChoice(row)));
 
-        const std::string lines = OutputOf("midicsv '" + entry.path().string() + "'");
-        EXPECT_EQ(OutputOf("midicsv " + put("a.mid")), lines);
+        const std::string lines = ResultOf("midicsv '" + entry.path().string() + "'");
+        EXPECT_EQ(ResultOf("midicsv " + put("a.mid")), lines);
         const Told told(lines);
         EXPECT_EQ(song.format, told.format);
         EXPECT_EQ(song.division, told.division);
@@ -106,8 +97,8 @@ TEST(MidiWitness, OthersTellTheSameOfSongsAndOfWhatWeWrite)
 
         if (!hasWildmidi)
             continue;
-        OutputOf(kWildmidi + put("b.mid") + " " + put("a.xmi"));
-        const Told other(OutputOf("midicsv " + put("b.mid")));
+        ResultOf(kWildmidi + put("b.mid") + " " + put("a.xmi"));
+        const Told other(ResultOf("midicsv " + put("b.mid")));
         ASSERT_EQ(other.notes.size(), told.notes.size());
         // It makes three ticks of an interval, and of a stream without tempos says nothing of that.
         constexpr double kInterval = 1.0 / 120, kTick = kInterval / 3;

@@ -1,6 +1,7 @@
 // WAV files that we write, opened by independent programs. A missing program skips its test with a notice.
 #include "formats/open.h"
 #include "formats/save.h"
+#include "programs.h"
 #include "test_files.h"
 
 #include <gtest/gtest.h>
@@ -13,28 +14,18 @@
 namespace vimbo {
 namespace {
 
+using testing::HasProgram;
+
+/// Without standard error.
+std::string ResultOf(const std::string& command)
+{
+    return testing::OutputOf(command + " 2>/dev/null");
+}
+
 using testing::ScratchFolder;
 
 constexpr int kWavRow = 480;
 constexpr std::size_t kFrames = 4001;
-
-bool HasProgram(const std::string& name)
-{
-    return std::system(("command -v " + name + " >/dev/null 2>&1").c_str()) == 0;
-}
-
-std::string OutputOf(const std::string& command)
-{
-    std::string output;
-    FILE* pipe = ::popen((command + " 2>/dev/null").c_str(), "r");
-    if (pipe == nullptr)
-        return output;
-    std::array<char, 65536> buffer;
-    while (const std::size_t got = std::fread(buffer.data(), 1, buffer.size(), pipe))
-        output.append(buffer.data(), got);
-    ::pclose(pipe);
-    return output;
-}
 
 std::vector<float> FloatsOf(const std::string& bytes)
 {
@@ -92,7 +83,7 @@ void CompareDecoded(const std::string& before, const std::string& after)
         for (DataFormat format : kPlainFormats) {
             SCOPED_TRACE(WideToUtf8(DataFormatName(format)));
             const Written file = Write(folder, channels, format);
-            const std::vector<float> decoded = FloatsOf(OutputOf(before + "'" + file.path + "'" + after));
+            const std::vector<float> decoded = FloatsOf(ResultOf(before + "'" + file.path + "'" + after));
             // The pad byte is counted in the data: one byte more may be one frame more in 8-bit mono.
             const std::size_t pad = channels == 1 && DataFormatBits(format) == 8 ? 1 : 0;
             ASSERT_GE(decoded.size(), kFrames * channels);
@@ -123,7 +114,7 @@ TEST(WaveWitness, LibsndfileSeesLoopsMarkersAndTexts)
     if (!HasProgram("sndfile-info"))
         GTEST_SKIP() << "sndfile-info is not installed";
     const ScratchFolder folder;
-    const std::string told = OutputOf("sndfile-info '" + Write(folder, 2, DataFormat::Pcm16).path + "'");
+    const std::string told = ResultOf("sndfile-info '" + Write(folder, 2, DataFormat::Pcm16).path + "'");
     for (const char* line : {"Frames      : 4001", "Channels    : 2", "Midi Note    : 45", "Loop Count   : 1",
                              "Type :  1  Start :   100  End :  3899", "Offset :    17", "Offset :  1000",
                              "labl : 0 : Hit", "labl : 1 : Part", "INAM : Witness"})

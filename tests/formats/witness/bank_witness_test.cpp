@@ -4,6 +4,7 @@
 #include "formats/format_table.h"
 #include "formats/open.h"
 #include "formats/save.h"
+#include "programs.h"
 #include "test_files.h"
 
 #include <gtest/gtest.h>
@@ -15,29 +16,18 @@
 namespace vimbo {
 namespace {
 
+using testing::HasProgram;
+
+/// With standard error.
+std::string ResultOf(const std::string& command)
+{
+    return testing::OutputOf(command + " 2>&1");
+}
+
 using testing::ScratchFolder;
 
 constexpr int kSf2Row = 381, kDls2Row = 64;
 constexpr std::string_view kBank = "/usr/share/sounds/sf2/TimGM6mb.sf2";
-
-bool HasProgram(const std::string& name)
-{
-    return std::system(("command -v " + name + " >/dev/null 2>&1").c_str()) == 0;
-}
-
-/// Standard output and standard error.
-std::string OutputOf(const std::string& command)
-{
-    std::string output;
-    FILE* pipe = ::popen((command + " 2>&1").c_str(), "r");
-    if (pipe == nullptr)
-        return output;
-    std::array<char, 65536> buffer;
-    while (const std::size_t got = std::fread(buffer.data(), 1, buffer.size(), pipe))
-        output.append(buffer.data(), got);
-    ::pclose(pipe);
-    return output;
-}
 
 std::size_t CountOf(const std::string& text, std::string_view what)
 {
@@ -69,7 +59,7 @@ TEST_F(BankWitness, Sf2dumpFindsTheSamePresetsAndSamples)
     const std::string path = Rewrite("sf2dump", kSf2Row, "bank.sf2");
     if (path.empty())
         GTEST_SKIP() << "needs sf2dump and TimGM6mb.sf2";
-    const std::string before = OutputOf("sf2dump " + std::string(kBank)), after = OutputOf("sf2dump " + path);
+    const std::string before = ResultOf("sf2dump " + std::string(kBank)), after = ResultOf("sf2dump " + path);
     EXPECT_NE(after.find("Presets (136)"), std::string::npos) << after.substr(0, 500);
     for (const std::string_view what : {"(Preset: ", "Bank: 128", "Sample Type: Mono", "SampleRate: 22050"})
         EXPECT_EQ(CountOf(after, what), CountOf(before, what)) << what;
@@ -81,7 +71,7 @@ TEST_F(BankWitness, FluidsynthOpensTheBankWithoutComplaint)
     if (path.empty())
         GTEST_SKIP() << "needs fluidsynth and TimGM6mb.sf2";
     const std::string output =
-        OutputOf("printf 'inst 1\nquit\n' | fluidsynth -qn -a file -o audio.file.name=/dev/null " + path);
+        ResultOf("printf 'inst 1\nquit\n' | fluidsynth -qn -a file -o audio.file.name=/dev/null " + path);
     EXPECT_EQ(CountOf(output, "error"), 0u) << output.substr(0, 500);
     EXPECT_NE(output.find("000-000 Piano 1"), std::string::npos) << output.substr(0, 500);
     EXPECT_NE(output.find("128-000 "), std::string::npos) << "the drum kit stays in bank 128";
@@ -92,7 +82,7 @@ TEST_F(BankWitness, DlsdumpFindsAllInstruments)
     const std::string path = Rewrite("dlsdump", kDls2Row, "bank.dls");
     if (path.empty())
         GTEST_SKIP() << "needs dlsdump and TimGM6mb.sf2";
-    const std::string output = OutputOf("dlsdump " + path);
+    const std::string output = ResultOf("dlsdump " + path);
     EXPECT_NE(output.find("Sample 520)"), std::string::npos) << output.substr(0, 500);
     EXPECT_NE(output.find("Instrument 136)"), std::string::npos);
     EXPECT_NE(output.find("\"Piano 1\""), std::string::npos);

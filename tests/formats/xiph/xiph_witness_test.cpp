@@ -3,6 +3,7 @@
 #include "base/last_error.h"
 #include "formats/open.h"
 #include "formats/save.h"
+#include "programs.h"
 #include "test_files.h"
 
 #include <gtest/gtest.h>
@@ -17,6 +18,8 @@
 namespace vimbo {
 namespace {
 
+using testing::HasProgram;
+
 using testing::Bytes;
 using testing::MakeWav;
 using testing::ScratchFolder;
@@ -25,11 +28,6 @@ constexpr int kFlacRow = 109;
 constexpr int kFlacMaxRow = 110;
 constexpr int kOggRow = 279;
 constexpr std::size_t kFrames = 20001;
-
-bool HasProgram(const std::string& name)
-{
-    return std::system(("command -v " + name + " >/dev/null 2>&1").c_str()) == 0;
-}
 
 bool Runs(const std::string& command)
 {
