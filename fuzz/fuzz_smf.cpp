@@ -1,10 +1,12 @@
 // Any bytes as a Standard MIDI File: what was read is sound, is written and read again without a change, and
-// can be made one track of the same length.
+// can be made one track of the same length. Prepared for playing it keeps its time.
 #include "formats/midi/midi.h"
 #include "model/consistency.h"
 #include "model/fix_up.h"
 #include "model/song_analysis.h"
 #include "model/song_merge.h"
+#include "synth/channel_state.h"
+#include "synth/prepared_song.h"
 
 #include <algorithm>
 #include <cmath>
@@ -39,6 +41,24 @@ void CheckMerge(Song& song)
         Require(std::abs(SongSeconds(song) - seconds) <= 1e-6 * std::max(1.0, seconds));
 }
 
+/// Events in order, on channels that an engine of the song has, not behind the song's end; no more of
+/// anything than the blocks hold.
+void CheckPreparation(const Song& song)
+{
+    const synth::PreparedSong prepared = synth::PrepareSong(song);
+    const std::size_t channels = std::size_t{prepared.ports} * synth::kChannelsPerPort;
+    Require(prepared.ports <= synth::kMaxSongPorts && prepared.events.size() <= TotalEvents(song));
+    double last = 0;
+    for (const synth::TimedEvent& timed : prepared.events) {
+        Require(timed.seconds >= last && timed.event.Channel() < channels);
+        last = timed.seconds;
+    }
+    const double seconds = SongSeconds(song);
+    Require(song.format == 2 || last <= seconds * (1 + 1e-9) + 1e-6);
+    Require(std::ranges::is_sorted(prepared.bars));
+    Require(synth::NeededPatches(prepared).size() <= prepared.events.size());
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
@@ -57,8 +77,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Collection copy;
     Require(ReadSmf(copy, again, 0));
     Require(Written(copy) == written);
-    for (Song* song : items.List<Song>())
+    for (Song* song : items.List<Song>()) {
+        CheckPreparation(*song);
         CheckMerge(*song);
+    }
     FixUpItems(items, kPruneAll, AfterLoad::Yes, SourceHoldsStereo::No);
     Require(IsConsistent(items));
     return 0;

@@ -19,9 +19,10 @@ void Pause() noexcept
 #endif
 }
 
-constexpr std::uint64_t Ticket(std::uint32_t epoch, std::size_t item) noexcept
+constexpr std::uint64_t kTakenFront = 1, kTakenBack = 1u << 16; // one item more in a ticket
+constexpr std::uint64_t NewTicket(std::uint32_t epoch) noexcept
 {
-    return std::uint64_t{epoch} << 32 | item;
+    return std::uint64_t{epoch} << 32;
 }
 constexpr std::uint32_t EpochOf(std::uint64_t ticket) noexcept
 {
@@ -52,7 +53,7 @@ WorkerCrew::~WorkerCrew()
 void WorkerCrew::Run(std::size_t items, std::size_t helpers, Job job, void* context) noexcept
 {
     helpers = std::min(helpers, workers_.size());
-    if (helpers == 0 || items < 2) {
+    if (helpers == 0 || items < 2 || items > kMostItems) {
         for (std::size_t i = 0; i < items; ++i)
             job(context, i);
         return;
@@ -63,11 +64,11 @@ void WorkerCrew::Run(std::size_t items, std::size_t helpers, Job job, void* cont
     context_.store(context, std::memory_order_relaxed);
     done_.store(0, std::memory_order_relaxed);
     const std::uint32_t epoch = epoch_.load(std::memory_order_relaxed) + 1;
-    ticket_.store(Ticket(epoch, 0));
+    ticket_.store(NewTicket(epoch));
     epoch_.store(epoch);
     if (sleepers_.load() != 0)
         epoch_.notify_all();
-    TakeItems(epoch);
+    TakeItems(epoch, End::Front);
     for (int spins = 0; done_.load(std::memory_order_acquire) != items; ++spins) {
         Pause();
         if (spins > kCallerSpins)
@@ -76,19 +77,20 @@ void WorkerCrew::Run(std::size_t items, std::size_t helpers, Job job, void* cont
 }
 
 /// A claim that succeeds proves that the work of this epoch was not complete, so what was read of it holds.
-void WorkerCrew::TakeItems(std::uint32_t epoch) noexcept
+void WorkerCrew::TakeItems(std::uint32_t epoch, End end) noexcept
 {
     std::uint64_t ticket = ticket_.load(std::memory_order_acquire);
     while (EpochOf(ticket) == epoch) {
         const std::size_t items = items_.load(std::memory_order_relaxed);
         const Job job = job_.load(std::memory_order_relaxed);
         void* const context = context_.load(std::memory_order_relaxed);
-        const auto item = static_cast<std::size_t>(static_cast<std::uint32_t>(ticket));
-        if (item >= items)
+        const std::size_t front = ticket & 0xFFFF, back = ticket >> 16 & 0xFFFF;
+        if (front + back >= items)
             return;
-        if (!ticket_.compare_exchange_weak(ticket, ticket + 1, std::memory_order_acq_rel))
+        const std::uint64_t taken = ticket + (end == End::Front ? kTakenFront : kTakenBack);
+        if (!ticket_.compare_exchange_weak(ticket, taken, std::memory_order_acq_rel))
             continue;
-        job(context, item);
+        job(context, end == End::Front ? front : items - 1 - back);
         done_.fetch_add(1, std::memory_order_release);
         ticket = ticket_.load(std::memory_order_acquire);
     }
@@ -117,7 +119,7 @@ void WorkerCrew::Work(std::size_t index) noexcept
     std::uint32_t epoch = 0;
     while (WaitForTicket(epoch))
         if (index <= helpers_.load(std::memory_order_relaxed))
-            TakeItems(epoch);
+            TakeItems(epoch, End::Back);
 }
 
 } // namespace vimbo::synth
