@@ -13,7 +13,6 @@
 namespace vimbo::synth {
 namespace {
 
-constexpr std::uint32_t kDefaultTempo = 500'000; // microseconds for a quarter note
 constexpr std::size_t kMaxBars = 100'000;
 constexpr unsigned kDrumFlagController = 128; // see the engine's messages
 constexpr std::uint8_t kMetaLyric = 5;
@@ -50,43 +49,6 @@ std::optional<unsigned> ParseRhythmPart(std::span<const std::byte> sysex) noexce
     return ByteAt(sysex, 7);
 }
 
-/// Seconds of ticks that come in ascending order.
-class Clock {
-public:
-    explicit Clock(std::uint16_t division) noexcept
-    {
-        if (const auto smpte = static_cast<std::int8_t>(division >> 8); smpte < 0) {
-            const double frames = smpte == -29 ? 29.97 : -smpte; // 29 means drop frame
-            perTick_ = 1 / (frames * std::max(division & 0xFF, 1));
-            isFixed_ = true;
-        } else {
-            ticksPerQuarter_ = std::max<double>(division, 1);
-            SetTempo(kDefaultTempo);
-        }
-    }
-    void SetTempo(std::uint32_t microseconds) noexcept
-    {
-        if (!isFixed_)
-            perTick_ = microseconds * 1e-6 / ticksPerQuarter_;
-    }
-    double AdvanceTo(std::uint64_t tick) noexcept
-    {
-        seconds_ += static_cast<double>(tick - tick_) * perTick_;
-        tick_ = tick;
-        return seconds_;
-    }
-    /// Of a tick that is not before the last one, at the present tempo.
-    double At(std::uint64_t tick) const noexcept
-    {
-        return seconds_ + static_cast<double>(tick - tick_) * perTick_;
-    }
-
-private:
-    double perTick_ = 0, ticksPerQuarter_ = 1, seconds_ = 0;
-    bool isFixed_ = false;
-    std::uint64_t tick_ = 0;
-};
-
 /// One track on its way through the merge.
 struct Source {
     EventWalk walk;
@@ -119,7 +81,10 @@ private:
 
 class Preparation {
 public:
-    explicit Preparation(const Song& song) : clock_(song.division), division_(song.division) {}
+    Preparation(const Song& song, TempoMap tempo)
+        : tempo_(std::move(tempo)), division_(song.division != 0 ? song.division : Song::kDefaultDivision)
+    {
+    }
 
     void Add(const Track& track, bool isTempoOnly)
     {
@@ -172,7 +137,7 @@ private:
     {
         const TrackEvent& event = source.event;
         PutBarsBefore(event.time);
-        const double seconds = clock_.AdvanceTo(event.time);
+        const double seconds = tempo_.SecondsAt(event.time);
         if (event.status == kMetaStatus)
             TakeMeta(source, seconds);
         else if (source.isTempoOnly)
@@ -201,12 +166,6 @@ private:
     {
         const TrackEvent& event = source.event;
         switch (event.metaType) {
-        case kMetaTempo:
-            if (event.payload.size() >= 3)
-                if (const std::uint32_t tempo = ByteAt(event.payload, 0) << 16 |
-                                                ByteAt(event.payload, 1) << 8 | ByteAt(event.payload, 2))
-                    clock_.SetTempo(tempo);
-            break;
         case kMetaTimeSignature:
             if (event.payload.size() >= 2 && ByteAt(event.payload, 0) != 0)
                 SetMeter(ByteAt(event.payload, 0), ByteAt(event.payload, 1), event.time);
@@ -263,14 +222,14 @@ private:
             return;
         }
         for (; nextBar_ < tick && song_.bars.size() < kMaxBars; nextBar_ += barTicks_) {
-            const double seconds = clock_.At(nextBar_);
+            const double seconds = tempo_.SecondsAt(nextBar_);
             if (song_.bars.empty() || seconds > song_.bars.back())
                 song_.bars.push_back(seconds);
         }
     }
 
     PreparedSong song_;
-    Clock clock_;
+    TempoMap tempo_;
     std::uint64_t division_;
     std::vector<Source> sources_;
     PortMap ports_;
@@ -283,7 +242,7 @@ private:
 
 PreparedSong PrepareSong(const Song& song)
 {
-    Preparation preparation(song);
+    Preparation preparation(song, TempoMap(song));
     for (std::size_t i = 0; i < song.Children().size(); ++i)
         if (const Track* track = song.TrackAt(i))
             preparation.Add(*track, false);
@@ -292,9 +251,10 @@ PreparedSong PrepareSong(const Song& song)
 
 PreparedSong PrepareTrack(const Song& song, const Track& track)
 {
-    Preparation preparation(song);
+    constexpr std::uint16_t kPatterns = 2;
+    Preparation preparation(song, song.format == kPatterns ? TempoMap(song, track) : TempoMap(song));
     for (std::size_t i = 0; i < song.Children().size(); ++i)
-        if (const Track* other = song.TrackAt(i); other && (other == &track || song.format != 2))
+        if (const Track* other = song.TrackAt(i); other && (other == &track || song.format != kPatterns))
             preparation.Add(*other, other != &track);
     return preparation.Take();
 }
