@@ -142,9 +142,4 @@ std::vector<ComparedInstrument> CompareBanks(Collection& a, Collection& b, const
     return results;
 }
 
-NoteSound PlayNote(const Instrument& instrument, unsigned key, unsigned velocity, const CompareGrid& grid)
-{
-    return NotePlayer(instrument, grid).Play(key, velocity);
-}
-
 } // namespace vimbo::synth

@@ -40,7 +40,4 @@ struct ComparedInstrument {
 std::vector<ComparedInstrument> CompareBanks(Collection& a, Collection& b, const CompareGrid& grid,
                                              const std::function<bool(double fraction)>& isCancelled);
 
-/// Plays one note of an instrument dry, without channel effects.
-NoteSound PlayNote(const Instrument& instrument, unsigned key, unsigned velocity, const CompareGrid& grid);
-
 } // namespace vimbo::synth

@@ -34,8 +34,8 @@ struct NoteGroup {
 ///
 /// Threads: one thread renders; PostEvent may be called from any. While `running` is set (somebody else's
 /// thread renders), PutInstrument, RemoveInstrument and Seek hand their change to the rendering thread and
-/// wait until it has taken it. A block allocates nothing, waits for no lock, and makes no system call but to
-/// wake its own workers.
+/// wait until it has taken it; these three are for one thread. A block allocates nothing, waits for no lock,
+/// and makes no system call but to wake its own workers.
 class SynthEngine {
 public:
     struct Setup {
@@ -63,7 +63,6 @@ public:
 
     unsigned RateHz() const noexcept { return static_cast<unsigned>(clock_.rateHz); }
     std::size_t Channels() const noexcept { return channels_.size(); }
-    std::size_t GroupCapacity() const noexcept { return groups_.size(); }
     /// Another rate kills all notes and sets every effect up again. Not while blocks run.
     void SetSampleRate(unsigned rateHz);
 

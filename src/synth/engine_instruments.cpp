@@ -19,6 +19,7 @@ struct SynthEngine::Change {
     std::vector<Memory> effects; ///< larger memory for effect slots
     bool seeks = false, shutVoices = false;
     std::uint32_t block = 0;
+    std::atomic<bool> isMade{false};
 };
 
 void SynthEngine::PutInstrument(std::unique_ptr<SynthInstrument> instrument)
@@ -88,10 +89,10 @@ void SynthEngine::HandOver(Change& change)
         none = nullptr;
         std::this_thread::yield();
     }
-    while (change_.load(std::memory_order_acquire) == &change) {
-        // The one who rendered may have stopped meanwhile.
-        Change* expected = &change;
-        if (!running.load() && change_.compare_exchange_strong(expected, nullptr)) {
+    while (!change.isMade.load(std::memory_order_acquire)) {
+        // The one who rendered may have stopped meanwhile; then the change is still there to be taken.
+        Change* mine = &change;
+        if (!running.load() && change_.compare_exchange_strong(mine, nullptr)) {
             Apply(change);
             return;
         }
@@ -99,13 +100,15 @@ void SynthEngine::HandOver(Change& change)
     }
 }
 
+/// Whoever takes the change out of its place makes it; afterwards it may be gone.
 void SynthEngine::TakeChange() noexcept
 {
-    Change* const change = change_.load(std::memory_order_acquire);
-    if (!change)
+    if (change_.load(std::memory_order_relaxed) == nullptr)
         return;
-    Apply(*change);
-    change_.store(nullptr, std::memory_order_release);
+    if (Change* const change = change_.exchange(nullptr, std::memory_order_acq_rel)) {
+        Apply(*change);
+        change->isMade.store(true, std::memory_order_release);
+    }
 }
 
 void SynthEngine::Apply(Change& change) noexcept

@@ -214,10 +214,7 @@ void SynthEngine::KeyUp(std::uint16_t index) noexcept
 {
     NoteGroup& group = groups_[index];
     group.isKeyUp = true;
-    if (channels_[group.channel].sustain || group.isSostenutoHeld)
-        for (std::uint16_t v = group.firstVoice; v != kNoIndex; v = voices_[v].nextInGroup)
-            voices_[v].pedalHold = true;
-    else
+    if (!channels_[group.channel].sustain && !group.isSostenutoHeld)
         ReleaseGroup(index, true);
 }
 
@@ -227,10 +224,8 @@ void SynthEngine::ReleaseGroup(std::uint16_t index, bool spawnReleaseRegions) no
     if (group.isReleased)
         return;
     group.isKeyUp = group.isReleased = true;
-    for (std::uint16_t v = group.firstVoice; v != kNoIndex; v = voices_[v].nextInGroup) {
-        voices_[v].pedalHold = false;
+    for (std::uint16_t v = group.firstVoice; v != kNoIndex; v = voices_[v].nextInGroup)
         ReleaseVoice(voices_[v], clock_);
-    }
     if (spawnReleaseRegions)
         NoteOn(group.channel, true, group.key, group.velocity);
 }

@@ -4,6 +4,7 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <limits>
 #include <optional>
 
 namespace vimbo::synth {
@@ -57,13 +58,11 @@ public:
         return SynthEvent{static_cast<std::uint32_t>(value)};
     }
 
-    /// Only while nobody puts or takes.
+    /// Drops what is in the ring; for the thread that takes.
     void Clear() noexcept
     {
-        for (auto& slot : slots_)
-            slot.store(0, std::memory_order_relaxed);
-        read_.store(0, std::memory_order_relaxed);
-        write_.store(0, std::memory_order_release);
+        while (Take(std::numeric_limits<std::uint32_t>::max())) {
+        }
     }
 
 private:

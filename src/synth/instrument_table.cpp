@@ -21,18 +21,7 @@ const SynthInstrument* InstrumentTable::Find(std::uint32_t patch) const noexcept
 
 const SynthInstrument* InstrumentTable::FindNearest(MidiLocation location) const noexcept
 {
-    if (const auto* found = Find(location.word))
-        return found;
-    location.SetBankLsb(0);
-    if (const auto* found = Find(location.word))
-        return found;
-    location.SetBankMsb(0);
-    if (const auto* found = Find(location.word))
-        return found;
-    if (!location.IsDrum() || location.Program() == 0)
-        return nullptr;
-    location.SetProgram(0);
-    return Find(location.word);
+    return FindFallingBack(location, [this](std::uint32_t patch) { return Find(patch); });
 }
 
 InstrumentTable InstrumentTable::With(Ref instrument) const

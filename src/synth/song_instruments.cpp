@@ -59,20 +59,7 @@ void PutFromGmBank(SynthEngine& engine, const InstrumentSources& sources, Instru
 
 Instrument* FindNearestInstrument(const Collection& collection, MidiLocation location)
 {
-    Instrument* found = FindExactly(collection, location.word);
-    if (!found) {
-        location.SetBankLsb(0);
-        found = FindExactly(collection, location.word);
-    }
-    if (!found) {
-        location.SetBankMsb(0);
-        found = FindExactly(collection, location.word);
-    }
-    if (!found && location.IsDrum()) {
-        location.SetProgram(0);
-        found = FindExactly(collection, location.word);
-    }
-    return found;
+    return FindFallingBack(location, [&](std::uint32_t patch) { return FindExactly(collection, patch); });
 }
 
 InstrumentChoice PutSongInstruments(SynthEngine& engine, const PreparedSong& song,

@@ -17,7 +17,7 @@ namespace {
 constexpr double kSecondsBehind = 0.5; // of silence, where no tail is wanted
 constexpr std::uint64_t kFramesPerProgress = 32768;
 constexpr std::uint16_t kPatterns = 2;
-constexpr std::uint32_t kQuietTail = 0x60; // blocks of silence that end a tail
+constexpr std::uint32_t kQuietTail = 100; // blocks of silence that end a tail
 
 /// A song of patterns is played one after another; the copy goes with its holder.
 class PlayableSong {
@@ -131,15 +131,10 @@ private:
     std::size_t mostVoices_ = 0;
 };
 
-Waveform& NewWave(Collection& collection, std::u16string_view name)
-{
-    return collection.Create<Waveform>(name);
-}
-
 /// The result as a waveform; null with the Last error text.
 Waveform* TakeWave(Item& item, WaveSink& sink, unsigned rateHz, const WaveSink::Finish& finish)
 {
-    Waveform& wave = NewWave(item.Owner(), item.GetName());
+    Waveform& wave = item.Owner().Create<Waveform>(item.GetName());
     if (sink.Describe(wave, rateHz, finish)) {
         wave.Validate();
         return &wave;

@@ -43,7 +43,6 @@ struct Voice {
     float previousLeft = 0, previousRight = 0; ///< gains at the end of the last block
     bool released = false;
     bool softPedal = false;
-    bool pedalHold = false;
     bool isReleaseTrigger = false;
     bool isOrphan = false;  ///< its region is gone from the instrument
     bool isFresh = true;    ///< no block has run yet

@@ -131,6 +131,8 @@ TEST_F(EngineNotes, PedalsHoldNotes)
 
 TEST_F(EngineNotes, FullPoolsStealTheQuietest)
 {
+    engine.clampOutput = false;
+    Send(kControlStatus, 7, 20); // the sum of all stays well below the engine's limit
     Use({MakeRegion()});
     for (unsigned key = 0; key < 128; ++key)
         Send(kNoteOnStatus, key, key == 77 ? 20 : 127);
@@ -140,7 +142,7 @@ TEST_F(EngineNotes, FullPoolsStealTheQuietest)
     Send(kNoteOnStatus, 0, 127); // 128 groups: one has to go
     EXPECT_EQ(Voices(), 128u);
     const float after = RenderBlocks(engine, 40).left.back();
-    EXPECT_GT(after, before * 0.99f) << "a loud one went";
+    EXPECT_GT(after, before * 1.004f) << "a loud one went: the new one is worth 0.8 %";
 
     // Each note needs three voices: the pool of 256 holds 85 notes.
     Send(kControlStatus, 120);
