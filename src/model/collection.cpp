@@ -191,6 +191,7 @@ void Collection::Clear()
                                 ItemKind::Layer, ItemKind::Region, ItemKind::SynthModel})
         while (Item* item = First(kind))
             Destroy(item->Handle());
+    twins.clear();
     nameCounters_ = {};
     formatRow = -1;
     ClearTexts();

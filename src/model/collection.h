@@ -32,6 +32,13 @@ private:
 template <class T>
 class ItemsOf;
 
+/// A region that a reader left out, as the fix-up pass would only join it with another one: it equals `region`
+/// in everything but its waveform and its pan, which is the opposite. Both waveforms are mono.
+struct StereoTwin {
+    ItemHandle region;
+    ItemHandle wave; ///< what the region that was left out plays
+};
+
 enum class SortMode { ByName = 1, ByLocation = 2, ByProgram = 3 };
 
 class Collection final : public TextItem {
@@ -126,6 +133,15 @@ public:
     bool loading = false;   ///< a reader or a state restore is running
     bool saving = false;    ///< a writer is running
     bool namesWait = false; ///< a pass is running that renames all layers and regions in the end
+    /// In the order of their regions; the fix-up pass behind the reader joins or makes them. None unless
+    /// MayLeaveTwins.
+    std::vector<StereoTwin> twins;
+    /// True if the pass is to join stereo pairs, and does nothing before to regions that would need both.
+    bool MayLeaveTwins() const noexcept
+    {
+        return loading && loadOptions.autoMergeStereo && !loadOptions.autoSplitStereo &&
+               !loadOptions.autoMoveArticulation && features.Has(Feature::ArticulationOnRegion);
+    }
 
     Host& GetHost() const noexcept { return *host_; }
     void SetHost(Host& host) noexcept { host_ = &host; }

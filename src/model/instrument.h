@@ -265,6 +265,8 @@ public:
     bool DropEqualOverrides() noexcept;
     /// The key at which the waveform plays unshifted: the override, else the waveform's, else 60.
     std::uint8_t EffectiveRootKey() const noexcept;
+    /// The same where the waveform is known.
+    std::uint8_t RootKeyOn(const Waveform& wave) const noexcept;
     /// "C3..B4 : 1..64 : Piano C3".
     void RebuildName();
     /// The region that controls this one's pitch: the master of its phase group in another layer of the

@@ -56,6 +56,8 @@ void SimplifyInstruments(Collection& collection, bool mergeStereo)
     if (options.autoSplitStereo)
         SplitStereoToLayers(collection);
     StereoPairMerger merger(collection);
+    if (!mergeStereo)
+        merger.KeepApart();
     for (Instrument& instrument : collection.All<Instrument>()) {
         if (options.autoMoveTriggerParams && !atOnce)
             ForEachLayer(instrument, [](Layer& layer) { layer.MoveTriggerUp(); });

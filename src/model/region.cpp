@@ -181,7 +181,12 @@ std::uint8_t Region::EffectiveRootKey() const noexcept
     if (Overrides(kRootKey))
         return KeyOrMiddleC(rootKey);
     const Waveform* wave = Wave();
-    return wave != nullptr ? KeyOrMiddleC(wave->rootKey) : kMiddleC;
+    return wave != nullptr ? RootKeyOn(*wave) : kMiddleC;
+}
+
+std::uint8_t Region::RootKeyOn(const Waveform& wave) const noexcept
+{
+    return KeyOrMiddleC(Overrides(kRootKey) ? rootKey : wave.rootKey);
 }
 
 void Region::RebuildName()

@@ -15,9 +15,29 @@ struct WaveSettings {
     friend bool operator==(const WaveSettings&, const WaveSettings&) noexcept = default;
 };
 
-WaveSettings SettingsOf(const Region& region, const Waveform& wave) noexcept
+LoopInfo LoopOn(const Region& region, const Waveform& wave) noexcept
 {
-    WaveSettings settings{region.EffectiveRootKey(), GetEffectiveLoop(region)};
+    LoopInfo loop = wave.loop;
+    if (region.Overrides(Region::kLoopType)) {
+        loop.type = region.loop.type;
+        loop.oneShot = region.loop.oneShot; // has no flag of its own
+    }
+    if (region.Overrides(Region::kLoopRelease))
+        loop.breakOnRelease = region.loop.breakOnRelease;
+    if (region.Overrides(Region::kLoopStart))
+        loop.start = region.loop.start;
+    if (region.Overrides(Region::kLoopEnd))
+        loop.end = region.loop.end;
+    if (region.Overrides(Region::kLoopPitch))
+        loop.pitch = region.loop.pitch;
+    return loop;
+}
+
+/// @param below  what the region plays
+/// @param wave   `below`, or what the region's twin plays
+WaveSettings SettingsOf(const Region& region, const Waveform& below, const Waveform& wave) noexcept
+{
+    WaveSettings settings{region.RootKeyOn(below), LoopOn(region, below)};
     if (wave.frames != 0) // points behind the end are the end
         NormalizeLoop(settings.loop, wave.frames, region.Owner().features);
     return settings;
@@ -28,6 +48,8 @@ struct Verdict {
     WaveSettings settings;
     bool agree = true;
     bool overridden = false;
+
+    bool Counts() const noexcept { return agree && overridden; }
 };
 
 /// Gives one axis of a region the full range. The layer's own range goes too; its other regions keep theirs.
@@ -89,22 +111,7 @@ void ShiftRegions(Layer& layer, ParamId id, float step)
 LoopInfo GetEffectiveLoop(const Region& region) noexcept
 {
     const Waveform* wave = region.Wave();
-    if (wave == nullptr)
-        return region.loop;
-    LoopInfo loop = wave->loop;
-    if (region.Overrides(Region::kLoopType)) {
-        loop.type = region.loop.type;
-        loop.oneShot = region.loop.oneShot; // has no flag of its own
-    }
-    if (region.Overrides(Region::kLoopRelease))
-        loop.breakOnRelease = region.loop.breakOnRelease;
-    if (region.Overrides(Region::kLoopStart))
-        loop.start = region.loop.start;
-    if (region.Overrides(Region::kLoopEnd))
-        loop.end = region.loop.end;
-    if (region.Overrides(Region::kLoopPitch))
-        loop.pitch = region.loop.pitch;
-    return loop;
+    return wave != nullptr ? LoopOn(region, *wave) : region.loop;
 }
 
 bool Region::DropEqualOverrides() noexcept
@@ -129,24 +136,32 @@ bool Region::DropEqualOverrides() noexcept
 void UnifyRegionWaveSettings(Collection& collection)
 {
     std::unordered_map<const Waveform*, Verdict> verdicts;
-    for (const Region& region : collection.All<Region>()) {
-        const Waveform* wave = region.Wave();
-        if (wave == nullptr)
-            continue;
-        const WaveSettings settings = SettingsOf(region, *wave);
-        Verdict& verdict = verdicts.try_emplace(wave, Verdict{settings}).first->second;
+    const auto judge = [&verdicts](const Region& region, const Waveform& below, const Waveform& wave) {
+        const WaveSettings settings = SettingsOf(region, below, wave);
+        Verdict& verdict = verdicts.try_emplace(&wave, Verdict{settings}).first->second;
         verdict.agree = verdict.agree && verdict.settings == settings;
         verdict.overridden = verdict.overridden || region.overrideFlags != 0;
+    };
+    for (const Region& region : collection.All<Region>())
+        if (const Waveform* wave = region.Wave())
+            judge(region, *wave, *wave);
+    for (const StereoTwin& twin : collection.twins) {
+        const Region* region = collection.Find<Region>(twin.region);
+        const Waveform* below = region != nullptr ? region->Wave() : nullptr;
+        if (const Waveform* wave = collection.Find<Waveform>(twin.wave); below != nullptr && wave != nullptr)
+            judge(*region, *below, *wave);
     }
+    for (Waveform& wave : collection.All<Waveform>())
+        if (const auto found = verdicts.find(&wave); found != verdicts.end() && found->second.Counts()) {
+            wave.rootKey = found->second.settings.rootKey;
+            wave.loop = found->second.settings.loop;
+        }
     for (Region& region : collection.All<Region>()) {
-        Waveform* wave = region.Wave();
-        if (wave == nullptr)
+        const Waveform* wave = region.Wave();
+        if (wave == nullptr || !verdicts.at(wave).Counts())
             continue;
-        const Verdict& verdict = verdicts.at(wave);
-        if (!verdict.agree || !verdict.overridden)
-            continue;
-        wave->rootKey = region.rootKey = verdict.settings.rootKey;
-        wave->loop = region.loop = verdict.settings.loop;
+        region.rootKey = wave->rootKey;
+        region.loop = wave->loop;
         region.overrideFlags = 0;
     }
 }

@@ -103,10 +103,16 @@ std::size_t StereoMaker::DeleteUnused()
 
 void RegionChanges::Merge(Region& kept, Region& gone, const Waveform& stereo)
 {
-    kept.SetSound(stereo.Handle());
     kept.phaseMaster = std::max(kept.phaseMaster, gone.phaseMaster);
-    kept_.push_back(&kept);
     gone_.push_back(&gone);
+    Merge(kept, stereo);
+}
+
+void RegionChanges::Merge(Region& kept, const Waveform& stereo)
+{
+    kept.SetSound(stereo.Handle());
+    kept_.push_back(&kept);
+    ++merged_;
 }
 
 void RegionChanges::DestroyGone(Collection& items)
@@ -159,7 +165,6 @@ void RegionChanges::Apply(Collection& items)
         Centre(*layer);
     for (Region* region : kept_)
         region->RebuildName();
-    merged_ += gone_.size();
     kept_.clear();
     gone_.clear();
 }

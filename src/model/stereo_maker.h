@@ -47,6 +47,8 @@ class RegionChanges {
 public:
     /// `kept` plays the stereo waveform for both from now on.
     void Merge(Region& kept, Region& gone, const Waveform& stereo);
+    /// The same where no other region was made.
+    void Merge(Region& kept, const Waveform& stereo);
     /// Destroys what went so far, with layers left empty, and puts the others into the middle.
     void Apply(Collection& items);
     /// Applies what is left, and deletes waveforms if wished.

@@ -78,6 +78,37 @@ bool CanJoin(const Half& a, const Half& b)
            IsSameSound(one.articulation, other.articulation);
 }
 
+/// True if the region and the twin of it that plays `other` can be joined. They agree in all that both hold.
+bool CanJoinTwin(const Region& region, const Waveform& wave, const Waveform& other) noexcept
+{
+    return &wave != &other && std::abs(region.articulation[kArtPan]) >= kHardPan &&
+           (wave.frames == other.frames || region.endOffset == 0) && IsSameTuning(wave, other) &&
+           IsSameLoop(wave.loop, other.loop);
+}
+
+/// Makes the twin after all, in a layer behind the others.
+void MakeTwin(Region& region, const Waveform& other)
+{
+    Layer* layer = region.ParentLayer();
+    Instrument* instrument = layer != nullptr ? layer->ParentInstrument() : nullptr;
+    if (instrument == nullptr)
+        return;
+    Layer& added = instrument->AddLayer(layer->GetName());
+    added.trigger = layer->trigger;
+    added.articulation = layer->articulation;
+    Region& twin = region.Owner().Clone(region);
+    twin.SetParent(added.Handle());
+    added.AddChild(twin.Handle());
+    twin.rootKey = region.EffectiveRootKey();
+    twin.loop = GetEffectiveLoop(region);
+    twin.overrideFlags = Region::kAllOverrides;
+    twin.SetSound(other.Handle());
+    twin.articulation.Set(kArtPan, -region.articulation[kArtPan]);
+    twin.DropEqualOverrides();
+    added.Validate();
+    twin.Validate();
+}
+
 /// Equal for blocks that only differ in their pan. Each value counts times an odd number of its own: the sums
 /// do not wait for one another.
 std::uint64_t SoundKey(const ArticulationBlock& block) noexcept
@@ -280,6 +311,36 @@ struct StereoPairMerger::State {
     StereoMaker maker;
     RegionChanges changes;
     NameKeys names;
+    std::size_t nextTwin = 0;
+    bool joinsTwins = true;
+
+    /// Joins or makes the twins of an instrument, or all that are left.
+    void JoinTwins(const Instrument* instrument)
+    {
+        for (; nextTwin < items.twins.size(); ++nextTwin) {
+            Region* region = items.Find<Region>(items.twins[nextTwin].region);
+            Waveform* wave = region != nullptr ? region->Wave() : nullptr;
+            Waveform* other = items.Find<Waveform>(items.twins[nextTwin].wave);
+            if (wave == nullptr || other == nullptr)
+                continue; // it went, so would have its twin
+            const Layer* layer = region->ParentLayer();
+            if (instrument != nullptr && layer != nullptr && layer->Parent() != instrument->Handle())
+                return;
+            if (!JoinTwin(*region, *wave, *other))
+                MakeTwin(*region, *other);
+        }
+    }
+
+    bool JoinTwin(Region& region, Waveform& wave, Waveform& other)
+    {
+        if (!joinsTwins || !CanJoinTwin(region, wave, other))
+            return false;
+        const bool isLeft = region.articulation[kArtPan] < 0;
+        const Waveform* stereo = isLeft ? maker.StereoOf(wave, other, wave) : maker.StereoOf(other, wave, wave);
+        if (stereo != nullptr)
+            changes.Merge(region, *stereo);
+        return stereo != nullptr;
+    }
 };
 
 StereoPairMerger::StereoPairMerger(Collection& collection) : state_(std::make_unique<State>(collection)) {}
@@ -287,12 +348,22 @@ StereoPairMerger::~StereoPairMerger() = default;
 
 void StereoPairMerger::Merge(const Instrument& instrument)
 {
+    state_->JoinTwins(&instrument);
     JoinPairs(instrument, state_->names, state_->maker, state_->changes);
     state_->changes.Apply(state_->items);
 }
 
+void StereoPairMerger::KeepApart()
+{
+    state_->joinsTwins = false;
+    state_->JoinTwins(nullptr);
+    state_->items.twins.clear();
+}
+
 StereoMergeCounts StereoPairMerger::Finish(DeleteUnused deleteUnused)
 {
+    state_->JoinTwins(nullptr);
+    state_->items.twins.clear();
     return state_->changes.Finish(state_->items, state_->maker, deleteUnused);
 }
 

@@ -28,6 +28,8 @@ public:
     StereoPairMerger(const StereoPairMerger&) = delete;
     StereoPairMerger& operator=(const StereoPairMerger&) = delete;
     void Merge(const Instrument& instrument);
+    /// In place of Merge: makes the regions that a reader left out.
+    void KeepApart();
     /// To be called behind the last instrument.
     StereoMergeCounts Finish(DeleteUnused deleteUnused);
 

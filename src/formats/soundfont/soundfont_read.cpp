@@ -2,6 +2,7 @@
 #include "base/last_error.h"
 #include "formats/soundfont/soundfont.h"
 #include "formats/soundfont/soundfont_sounds.h"
+#include "formats/soundfont/soundfont_word_hash.h"
 #include "formats/wave/wave_texts.h"
 #include "model/key_velocity_grid.h"
 
@@ -136,12 +137,16 @@ private:
         Sound sound; ///< of the zone alone
         /// Version 1 has no plain sums.
         std::unique_ptr<const BankZone> version1;
+        /// The other half of a stereo pair among the instrument's zones; kAlone if there is none.
+        std::size_t partner = kAlone;
     };
+    static constexpr std::size_t kAlone = static_cast<std::size_t>(-1);
     HeldZone Held(const BankZone& zone, const Sound& sound) const
     {
         return {zone.keys,   zone.velocities,
                 zone.sample, zone.link,
-                sound,       bank_.major == kVersion1 ? std::make_unique<const BankZone>(zone) : nullptr};
+                sound,       bank_.major == kVersion1 ? std::make_unique<const BankZone>(zone) : nullptr,
+                kAlone};
     }
 
     /// Many presets share an instrument.
@@ -154,7 +159,77 @@ private:
         held.emplace().reserve(zones.size());
         for (const BankZone& zone : zones)
             held->push_back(Held(zone, timbres_.SoundOf(zone.values)));
+        if (items_.MayLeaveTwins() && bank_.major != kVersion1)
+            PairZones(*held);
         return *held;
+    }
+
+    /// Every preset that shares the instrument, and each of its zones, makes regions of pairs: as pairs they
+    /// are found once, and only one region of two is made. Where more than two zones are alike it is left to
+    /// the fix-up pass to tell which belong together.
+    void PairZones(std::vector<HeldZone>& zones) const
+    {
+        std::vector<std::pair<std::uint64_t, std::size_t>> order;
+        for (std::size_t i = 0; i < zones.size(); ++i)
+            order.emplace_back(PairKey(zones[i]), i);
+        std::ranges::sort(order);
+        for (std::size_t first = 0, last; first < order.size(); first = last) {
+            for (last = first + 1; last < order.size() && order[last].first == order[first].first;)
+                ++last;
+            if (last - first != 2)
+                continue;
+            const std::size_t a = order[first].second, b = order[first + 1].second;
+            if (!ArePair(zones[a], zones[b]))
+                continue;
+            zones[a].partner = b;
+            zones[b].partner = a;
+        }
+    }
+
+    /// Equal for zones that are alike but for their samples and pans.
+    static std::uint64_t PairKey(const HeldZone& zone) noexcept
+    {
+        WordHash hash;
+        hash.Add(std::uint64_t{zone.keys.Word()} << 16 | zone.velocities.Word());
+        hash.Add(std::uint64_t{zone.sound.timbre} << 32 | zone.sample.exclusiveClass);
+        for (std::size_t i = 0; i < zone.sound.mix.size(); ++i)
+            if (i != kMixPan)
+                hash.Add(static_cast<std::uint32_t>(zone.sound.mix[i]));
+        return hash.Get();
+    }
+
+    bool ArePair(const HeldZone& a, const HeldZone& b) const noexcept
+    {
+        constexpr int kHardPan = 375; // of 500: what the fix-up pass takes for a side
+        if (a.link >= samples_.size() || b.link >= samples_.size())
+            return false;
+        const BankSample &one = samples_[a.link], &other = samples_[b.link];
+        const auto areSides = [&] {
+            if (one.side != BankSample::Side::None && other.side != BankSample::Side::None)
+                return one.side != other.side;
+            const int pan = a.sound.mix[kMixPan];
+            return one.side == other.side && std::abs(pan) >= kHardPan && b.sound.mix[kMixPan] == -pan;
+        };
+        Mix mix = a.sound.mix;
+        mix[kMixPan] = b.sound.mix[kMixPan];
+        return one.wave != nullptr && other.wave != nullptr && one.wave != other.wave && areSides() &&
+               one.isUnpitched == other.isUnpitched && AreAlike(*one.wave, *other.wave) && a.keys == b.keys &&
+               a.velocities == b.velocities && a.sample == b.sample && a.sound.timbre == b.sound.timbre &&
+               mix == b.sound.mix;
+    }
+
+    static bool AreAlike(const Waveform& a, const Waveform& b) noexcept
+    {
+        return a.channels == 1 && b.channels == 1 && a.frames != 0 && a.frames == b.frames &&
+               a.rateHz == b.rateHz && a.rootKey == b.rootKey && a.fineTune == b.fineTune &&
+               a.volume == b.volume && a.loop == b.loop;
+    }
+
+    /// A preset that pans the zone plays both halves off their sides.
+    bool PlaysPair(const HeldZone& zone, const HeldZone& preset) const noexcept
+    {
+        return zone.partner != kAlone &&
+               (samples_[zone.link].side != BankSample::Side::None || preset.sound.mix[kMixPan] == 0);
     }
 
     Sound SoundOf(const HeldZone& zone, const HeldZone& preset)
@@ -167,16 +242,20 @@ private:
     {
         const std::u16string name = NameOf(bank_.instruments[preset.link].name);
         LayerStack layers(instrument, name, preset.keys, preset.velocities);
-        for (const HeldZone& zone : ZonesOf(preset.link)) {
+        const std::vector<HeldZone>& zones = ZonesOf(preset.link);
+        for (const HeldZone& zone : zones) {
             const auto keys = Intersection(zone.keys, preset.keys);
             const auto velocities = Intersection(zone.velocities, preset.velocities);
             if (zone.link >= samples_.size() || samples_[zone.link].wave == nullptr || !keys || !velocities)
                 continue;
             if (++regions_ > kMaxRegions)
                 return false;
+            const bool isPair = PlaysPair(zone, preset);
+            if (isPair && &zones[zone.partner] < &zone)
+                continue; // its twin stands for both
             Layer* layer = layers.LayerFor(*keys, *velocities);
             if (layer == nullptr) {
-                ++stackedTooHigh_;
+                stackedTooHigh_ += isPair ? 2 : 1;
                 continue;
             }
             const BankSample& sample = samples_[zone.link];
@@ -185,8 +264,27 @@ private:
             region.articulation = articulations.Of(sound, sample);
             ApplySample(region, zone, sample);
             FoldTuning(region, sound);
+            if (isPair)
+                LeaveTwin(region, *samples_[zones[zone.partner].link].wave, zone.sample);
         }
         return true;
+    }
+
+    void LeaveTwin(Region& region, Waveform& wave, const SampleSettings& settings)
+    {
+        items_.twins.push_back({region.Handle(), wave.Handle()});
+        LoopIfLooped(wave, region.loop);
+        if (settings.fixedVelocity >= 0)
+            ++fixedVelocities_;
+        if (region.startOffset != settings.startOffset || region.endOffset != settings.endOffset)
+            ++offsetsOutside_;
+    }
+
+    /// A waveform without a loop gets the first one that is played.
+    static void LoopIfLooped(Waveform& wave, const LoopInfo& loop) noexcept
+    {
+        if (loop.type != LoopType::Off && wave.loop.type == LoopType::Off)
+            wave.loop = loop;
     }
 
     void ApplySample(Region& region, const HeldZone& zone, const BankSample& sample)
@@ -229,8 +327,7 @@ private:
         loop.breakOnRelease = isLooped && settings.modes == 3;
         loop.oneShot = settings.modes == 2;
         region.loop = loop;
-        if (isLooped && wave.loop.type == LoopType::Off)
-            wave.loop = loop;
+        LoopIfLooped(wave, loop);
     }
 
     void SetOffsets(Region& region, const SampleSettings& settings) noexcept

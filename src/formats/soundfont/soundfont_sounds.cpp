@@ -129,10 +129,8 @@ std::size_t Articulations::SoundHash::operator()(const Sound& sound) const noexc
 
 const ArticulationBlock& Articulations::Of(Sound sound, const BankSample& sample)
 {
-    constexpr std::size_t kPan = 3;
-    static_assert(kMixGenerators[kPan] == kGenPan);
     if (sample.side != BankSample::Side::None)
-        sound.mix[kPan] = 0; // the side decides
+        sound.mix[kMixPan] = 0; // the side decides
     const auto [place, isNew] = sounds_.try_emplace(sound);
     Converted& converted = place->second;
     if (isNew)

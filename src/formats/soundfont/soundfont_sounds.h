@@ -16,6 +16,9 @@ namespace vimbo::sf2 {
 /// Amounts of kMixGenerators, in their order.
 using Mix = std::array<std::int32_t, kMixGenerators.size()>;
 
+inline constexpr std::size_t kMixPan = 3;
+static_assert(kMixGenerators[kMixPan] == kGenPan);
+
 /// A zone in two parts: its mix, and the number of the rest. Equal zones have equal sounds.
 struct Sound {
     std::uint32_t timbre = 0;

@@ -23,6 +23,7 @@ struct SampleSettings {
     int fixedKey = -1;
     int fixedVelocity = -1;
     int samplePitch = -1; ///< version 1: cents of the key that plays the sample unshifted
+    friend bool operator==(const SampleSettings&, const SampleSettings&) = default;
 };
 
 struct BankZone {
