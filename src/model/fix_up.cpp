@@ -112,10 +112,12 @@ void Prune(Collection& collection, std::uint8_t mask)
 {
     if ((mask & PruneBit(T::kKind)) == 0)
         return;
+    std::vector<T*> empty;
+    for (T& item : collection.All<T>())
+        if (IsEmpty(item))
+            empty.push_back(&item);
     std::vector<ItemHandle> parents;
-    for (T* item : collection.List<T>()) {
-        if (!IsEmpty(*item))
-            continue;
+    for (T* item : empty) {
         parents.push_back(item->Parent());
         item->SetParent(NO_ITEM);
         collection.Destroy(item->Handle());

@@ -107,6 +107,18 @@ std::uint8_t KeyOrMiddleC(unsigned key) noexcept
     return key <= kMaxKey ? static_cast<std::uint8_t>(key) : kMiddleC;
 }
 
+/// Names of keys 0 to 127, made once: big banks name tens of thousands.
+std::string_view KeyName(std::uint8_t key)
+{
+    static const auto kNames = [] {
+        std::array<std::string, kMaxKey + 1> names;
+        for (std::size_t i = 0; i < names.size(); ++i)
+            names[i] = NoteName(static_cast<int>(i));
+        return names;
+    }();
+    return kNames[std::min(key, kMaxKey)];
+}
+
 /// Loop of the region on a waveform: overrides are rounded and clamped, the other fields are the waveform's
 /// as its own Validate leaves them.
 LoopInfo NormalizedLoop(const Region& region, const Waveform& wave, FeatureMask features) noexcept
@@ -200,9 +212,9 @@ void Region::RebuildName()
         for (const char c : text)
             head[length++] = static_cast<char16_t>(c);
     };
-    append(NoteName(trigger.keys.low));
+    append(KeyName(trigger.keys.low));
     append("..");
-    append(NoteName(trigger.keys.high));
+    append(KeyName(trigger.keys.high));
     if (trigger.velocities.low > kLowestVelocity || trigger.velocities.high != kMaxKey) {
         append(" : ");
         append(std::to_string(trigger.velocities.low));

@@ -1,19 +1,11 @@
 // What a region says in place of its waveform, and edits that reach many regions.
 #include "model/key_velocity_grid.h"
 #include "model/levels.h"
+#include "model/wave_settings.h"
 #include "model/waveform.h"
-
-#include <unordered_map>
 
 namespace vimbo {
 namespace {
-
-/// Root key and loop of a region as it plays them, comparable between regions of one waveform.
-struct WaveSettings {
-    std::uint8_t rootKey;
-    LoopInfo loop;
-    friend bool operator==(const WaveSettings&, const WaveSettings&) noexcept = default;
-};
 
 LoopInfo LoopOn(const Region& region, const Waveform& wave) noexcept
 {
@@ -32,25 +24,6 @@ LoopInfo LoopOn(const Region& region, const Waveform& wave) noexcept
         loop.pitch = region.loop.pitch;
     return loop;
 }
-
-/// @param below  what the region plays
-/// @param wave   `below`, or what the region's twin plays
-WaveSettings SettingsOf(const Region& region, const Waveform& below, const Waveform& wave) noexcept
-{
-    WaveSettings settings{region.RootKeyOn(below), LoopOn(region, below)};
-    if (wave.frames != 0) // points behind the end are the end
-        NormalizeLoop(settings.loop, wave.frames, region.Owner().features);
-    return settings;
-}
-
-/// What the regions of one waveform were found to say so far.
-struct Verdict {
-    WaveSettings settings;
-    bool agree = true;
-    bool overridden = false;
-
-    bool Counts() const noexcept { return agree && overridden; }
-};
 
 /// Gives one axis of a region the full range. The layer's own range goes too; its other regions keep theirs.
 void ClearAxis(Region& region, Layer* layer, MidiRange TriggerParams::*axis, ParamId lowId)
@@ -133,37 +106,51 @@ bool Region::DropEqualOverrides() noexcept
     return overrideFlags != before;
 }
 
-void UnifyRegionWaveSettings(Collection& collection)
+WaveSettingsVote::Settings WaveSettingsVote::SettingsOf(const Region& region, const Waveform& below,
+                                                        const Waveform& wave) noexcept
 {
-    std::unordered_map<const Waveform*, Verdict> verdicts;
-    const auto judge = [&verdicts](const Region& region, const Waveform& below, const Waveform& wave) {
-        const WaveSettings settings = SettingsOf(region, below, wave);
-        Verdict& verdict = verdicts.try_emplace(&wave, Verdict{settings}).first->second;
-        verdict.agree = verdict.agree && verdict.settings == settings;
-        verdict.overridden = verdict.overridden || region.overrideFlags != 0;
-    };
-    for (const Region& region : collection.All<Region>())
-        if (const Waveform* wave = region.Wave())
-            judge(region, *wave, *wave);
-    for (const StereoTwin& twin : collection.twins) {
-        const Region* region = collection.Find<Region>(twin.region);
-        const Waveform* below = region != nullptr ? region->Wave() : nullptr;
-        if (const Waveform* wave = collection.Find<Waveform>(twin.wave); below != nullptr && wave != nullptr)
-            judge(*region, *below, *wave);
-    }
+    Settings settings{region.RootKeyOn(below), LoopOn(region, below)};
+    if (wave.frames != 0) // points behind the end are the end
+        NormalizeLoop(settings.loop, wave.frames, region.Owner().features);
+    return settings;
+}
+
+void WaveSettingsVote::Hear(const Region& region, const Waveform& below, const Waveform& wave)
+{
+    const Settings settings = SettingsOf(region, below, wave);
+    Verdict& verdict = verdicts_.try_emplace(&wave, Verdict{settings}).first->second;
+    verdict.agree = verdict.agree && verdict.settings == settings;
+    verdict.overridden = verdict.overridden || region.overrideFlags != 0;
+}
+
+void WaveSettingsVote::Apply(Collection& collection) const
+{
     for (Waveform& wave : collection.All<Waveform>())
-        if (const auto found = verdicts.find(&wave); found != verdicts.end() && found->second.Counts()) {
+        if (const auto found = verdicts_.find(&wave); found != verdicts_.end() && found->second.Counts()) {
             wave.rootKey = found->second.settings.rootKey;
             wave.loop = found->second.settings.loop;
         }
     for (Region& region : collection.All<Region>()) {
         const Waveform* wave = region.Wave();
-        if (wave == nullptr || !verdicts.at(wave).Counts())
+        if (wave == nullptr)
             continue;
+        if (!verdicts_.at(wave).Counts()) {
+            region.DropEqualOverrides();
+            continue;
+        }
         region.rootKey = wave->rootKey;
         region.loop = wave->loop;
         region.overrideFlags = 0;
     }
+}
+
+void UnifyRegionWaveSettings(Collection& collection)
+{
+    WaveSettingsVote vote;
+    for (const Region& region : collection.All<Region>())
+        if (const Waveform* wave = region.Wave())
+            vote.Hear(region, *wave, *wave);
+    vote.Apply(collection);
 }
 
 void ClearRegionRanges(Item& item)

@@ -82,22 +82,25 @@ std::u16string StereoMaker::StereoName(std::u16string_view name, std::u16string_
 
 std::size_t StereoMaker::DeleteUnused()
 {
-    std::unordered_set<ItemHandle, ItemHandleHash> used;
+    std::unordered_set<ItemHandle, ItemHandleHash> unused;
+    for (const auto& [pair, stereo] : made_)
+        if (stereo != nullptr)
+            unused.insert({pair.first, pair.second});
     for (const Region& region : items_.All<Region>())
-        used.insert(region.Children().begin(), region.Children().end());
+        for (const ItemHandle slot : region.Children())
+            unused.erase(slot);
     for (const SynthModel& model : items_.All<SynthModel>()) {
         for (const ItemHandle slot : model.Children())
-            used.insert(ChildHandle(ItemKind::SynthModel, slot));
+            unused.erase(ChildHandle(ItemKind::SynthModel, slot));
         for (std::size_t i = 0; i < SynthModel::kWaveReferences; ++i)
-            used.insert(model.WaveReference(i));
+            unused.erase(model.WaveReference(i));
     }
     std::size_t deleted = 0;
-    for (const auto& [pair, stereo] : made_)
-        for (const ItemHandle half : {pair.first, pair.second})
-            if (stereo != nullptr && !used.contains(half) && items_.FindItem(half) != nullptr) {
-                items_.Destroy(half);
-                ++deleted;
-            }
+    for (const ItemHandle half : unused)
+        if (items_.FindItem(half) != nullptr) {
+            items_.Destroy(half);
+            ++deleted;
+        }
     return deleted;
 }
 

@@ -5,6 +5,7 @@
 #include "formats/soundfont/soundfont_word_hash.h"
 #include "formats/wave/wave_texts.h"
 #include "model/key_velocity_grid.h"
+#include "model/wave_settings.h"
 
 #include <algorithm>
 #include <cmath>
@@ -94,9 +95,7 @@ public:
         for (std::size_t i = 0; i < Count(bank_.presets); ++i)
             if (!ReadPreset(i))
                 return Fail(u"The SoundFont bank has too many zones");
-        UnifyRegionWaveSettings(items_);
-        for (Region& region : items_.All<Region>())
-            region.DropEqualOverrides();
+        vote_.Apply(items_);
         NoteLosses();
         return true;
     }
@@ -264,14 +263,16 @@ private:
             region.articulation = articulations.Of(sound, sample);
             ApplySample(region, zone, sample);
             FoldTuning(region, sound);
+            vote_.Hear(region, *sample.wave, *sample.wave);
             if (isPair)
-                LeaveTwin(region, *samples_[zones[zone.partner].link].wave, zone.sample);
+                LeaveTwin(region, *sample.wave, *samples_[zones[zone.partner].link].wave, zone.sample);
         }
         return true;
     }
 
-    void LeaveTwin(Region& region, Waveform& wave, const SampleSettings& settings)
+    void LeaveTwin(Region& region, const Waveform& below, Waveform& wave, const SampleSettings& settings)
     {
+        vote_.Hear(region, below, wave);
         items_.twins.push_back({region.Handle(), wave.Handle()});
         LoopIfLooped(wave, region.loop);
         if (settings.fixedVelocity >= 0)
@@ -394,6 +395,7 @@ private:
     std::vector<BankSample> samples_;
     std::vector<std::optional<std::vector<HeldZone>>> instruments_;
     Timbres timbres_;
+    WaveSettingsVote vote_;
     Unplaced unplaced_;
     std::size_t regions_ = 0;
     std::uint64_t lostSends_ = 0, stackedTooHigh_ = 0, offsetsOutside_ = 0, fixedVelocities_ = 0,
