@@ -14,6 +14,7 @@
 #include <array>
 #include <atomic>
 #include <cassert>
+#include <mutex>
 
 namespace vimbo {
 
@@ -180,8 +181,42 @@ void Collection::Destroy(ItemHandle handle)
     if (item == nullptr)
         return;
     item->OnDestroy(); // takes other items out of the map, never this one
+    if (late_ != nullptr) {
+        DestroyLate(handle);
+        return;
+    }
     Unlink(*item);
     map_.Take(handle);
+}
+
+struct Collection::LateRemovals {
+    std::mutex mutex;
+    std::vector<std::unique_ptr<Item>> items;
+};
+
+void Collection::DestroyLate(ItemHandle handle)
+{
+    const std::lock_guard lock(late_->mutex);
+    late_->items.push_back(std::move(*map_.Find(handle)));
+}
+
+void Collection::RemoveLate() noexcept
+{
+    for (const std::unique_ptr<Item>& item : late_->items) {
+        Unlink(*item);
+        map_.Take(item->Handle());
+    }
+    late_.reset();
+}
+
+LateRemovalScope::LateRemovalScope(Collection& collection) : collection_(collection)
+{
+    collection_.late_ = std::make_unique<Collection::LateRemovals>();
+}
+
+LateRemovalScope::~LateRemovalScope()
+{
+    collection_.RemoveLate();
 }
 
 void Collection::Clear()

@@ -32,8 +32,8 @@ private:
 template <class T>
 class ItemsOf;
 
-/// A region that a reader left out, as the fix-up pass would only join it with another one: it equals `region`
-/// in everything but its waveform and its pan, which is the opposite. Both waveforms are mono.
+/// A region that a reader left out, as the fix-up pass would only join it with another one: it equals
+/// `region` in everything but its waveform and its pan, which is the opposite. Both waveforms are mono.
 struct StereoTwin {
     ItemHandle region;
     ItemHandle wave; ///< what the region that was left out plays
@@ -85,7 +85,9 @@ public:
         const std::unique_ptr<Item>* found = map_.Find(handle);
         if (found == nullptr)
             return nullptr;
-        return *found ? found->get() : &Owner();
+        if (*found == nullptr) // the collection's own entry, or one that leaves late
+            return handle == handle_ ? &Owner() : nullptr;
+        return found->get();
     }
     /// The item of a child slot whose kind is known: only the slot's serial counts.
     template <class T>
@@ -162,17 +164,36 @@ private:
     ItemHandle TakeHandle(ItemKind kind) const noexcept;
     void Link(Item& item) noexcept;
     void Unlink(Item& item) noexcept;
+    void DestroyLate(ItemHandle handle);
+    void RemoveLate() noexcept;
     Item* First(ItemKind kind) const noexcept { return first_[static_cast<std::size_t>(kind)]; }
     template <class T>
     friend class ItemsOf;
+    friend class LateRemovalScope;
 
     ItemMap map_; ///< null for the collection itself
     std::array<Item*, kItemKinds> first_{};
     std::array<Item*, kItemKinds> last_{};
     std::array<std::size_t, kItemKinds + 1> counts_{};
     std::array<std::uint32_t, 2> nameCounters_{}; ///< waveforms, instruments
+    struct LateRemovals;
+    std::unique_ptr<LateRemovals> late_; ///< while a LateRemovalScope lives
     Host* host_;
     std::span<const ImportProcedure* const> procedures_;
+};
+
+/// While it lives, threads may destroy items that no other thread touches: what is destroyed does not answer
+/// to its handle any more, but leaves the lists and counts of items only when the scope ends. Nothing may be
+/// created meanwhile.
+class LateRemovalScope {
+public:
+    explicit LateRemovalScope(Collection& collection);
+    ~LateRemovalScope();
+    LateRemovalScope(const LateRemovalScope&) = delete;
+    LateRemovalScope& operator=(const LateRemovalScope&) = delete;
+
+private:
+    Collection& collection_;
 };
 
 template <class T>

@@ -1,5 +1,6 @@
 #include "model/fix_up.h"
 
+#include "model/instrument_threads.h"
 #include "model/levels.h"
 #include "model/load_actions.h"
 #include "model/song.h"
@@ -44,17 +45,23 @@ void ValidateRegion(Region& region, AfterLoad afterLoad)
         UnmarkRedundant(region, *layer);
 }
 
-/// Each layer's regions follow at once, as long as they are at hand. Layers may destroy regions while they
-/// are validated, but never an item of their own kind.
-void ValidateLayersAndRegions(const Collection& collection, AfterLoad afterLoad)
+void ValidateLayer(Layer& layer, AfterLoad afterLoad)
 {
-    std::size_t done = 0;
-    for (Layer& layer : collection.All<Layer>()) {
-        ValidateArticulated(layer);
-        ForEachRegion(layer, [&](Region& region) { ValidateRegion(region, afterLoad); });
-        done += layer.Children().size();
-    }
-    if (done == collection.CountOf(ItemKind::Region))
+    ValidateArticulated(layer);
+    ForEachRegion(layer, [afterLoad](Region& region) { ValidateRegion(region, afterLoad); });
+}
+
+/// Layers may destroy regions while they are validated, but never an item of their own kind.
+void ValidateLayersAndRegions(Collection& collection, AfterLoad afterLoad)
+{
+    if (HasStrays(collection))
+        for (Layer& layer : collection.All<Layer>())
+            ValidateLayer(layer, afterLoad);
+    else
+        ForEachInstrument(collection, [afterLoad](Instrument& instrument) {
+            ForEachLayer(instrument, [afterLoad](Layer& layer) { ValidateLayer(layer, afterLoad); });
+        });
+    if (!HasStrays(collection)) // dead slots are gone now
         return;
     std::unordered_set<const Region*> listed;
     for (const Layer& layer : collection.All<Layer>())
@@ -213,6 +220,15 @@ void UnmarkRedundantArticulation(Collection& collection)
 
 void RebuildNames(Collection& collection)
 {
+    if (!HasStrays(collection)) {
+        ForEachInstrument(collection, [](Instrument& instrument) {
+            ForEachLayer(instrument, [](Layer& layer) {
+                ForEachRegion(layer, [](Region& region) { region.RebuildName(); });
+                layer.RebuildName();
+            });
+        });
+        return;
+    }
     for (Region& region : collection.All<Region>())
         region.RebuildName();
     for (Layer& layer : collection.All<Layer>())

@@ -1,6 +1,7 @@
 // What a user wants done with everything that is loaded.
 #include "model/load_options.h"
 
+#include "model/instrument_threads.h"
 #include "model/levels.h"
 #include "model/load_actions.h"
 #include "model/loop_convert.h"
@@ -33,39 +34,31 @@ void ConvertAllLoops(Collection& collection)
     ConvertLoops(collection, conversions);
 }
 
-bool HasStrayLayers(const Collection& collection)
-{
-    std::size_t listed = 0;
-    for (const Instrument& instrument : collection.All<Instrument>())
-        listed += instrument.Children().size();
-    return listed != collection.CountOf(ItemKind::Layer);
-}
-
-/// Moves triggers up, and makes fewer regions and layers. What is to be done with an instrument is done while
-/// it is at hand: an instrument never changes another one.
+/// Moves triggers up, and makes fewer regions and layers.
 void SimplifyInstruments(Collection& collection, bool mergeStereo)
 {
     const LoadOptions& options = collection.loadOptions;
     const KeepArticulation keep =
         collection.features.Has(Feature::ArticulationOnRegion) ? KeepArticulation::No : KeepArticulation::Yes;
-    const bool atOnce =
-        options.autoMoveTriggerParams && (options.autoSplitStereo || HasStrayLayers(collection));
-    if (atOnce)
+    if (options.autoMoveTriggerParams && HasStrays(collection))
         for (Layer& layer : collection.All<Layer>())
             layer.MoveTriggerUp();
+    else if (options.autoMoveTriggerParams)
+        ForEachInstrument(collection, [](Instrument& instrument) {
+            ForEachLayer(instrument, [](Layer& layer) { layer.MoveTriggerUp(); });
+        });
     if (options.autoSplitStereo)
         SplitStereoToLayers(collection);
     StereoPairMerger merger(collection);
     if (!mergeStereo)
         merger.KeepApart();
-    for (Instrument& instrument : collection.All<Instrument>()) {
-        if (options.autoMoveTriggerParams && !atOnce)
-            ForEachLayer(instrument, [](Layer& layer) { layer.MoveTriggerUp(); });
-        if (mergeStereo)
+    else
+        for (const Instrument& instrument : collection.All<Instrument>())
             merger.Merge(instrument);
-        if (options.autoCompactLayers)
+    if (options.autoCompactLayers)
+        ForEachInstrument(collection, [keep](Instrument& instrument) {
             instrument.CompactLayers(MoveParamsUp::Yes, keep);
-    }
+        });
     if (mergeStereo)
         merger.Finish(DeleteUnused::Yes);
 }
