@@ -4,6 +4,7 @@
 # Without a bank, FluidR3 GM is taken where it is installed, else TimGM6mb. VIMBO names another build of the program.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+export VIMBO_SETTINGS= # defaults, whoever runs it
 vimbo=${VIMBO:-$PWD/build/release/bin/vimbo}
 runs=7
 if [ "${1:-}" = --smoke ]; then

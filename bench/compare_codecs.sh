@@ -4,6 +4,7 @@
 #   bench/compare_codecs.sh [--smoke]
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+export VIMBO_SETTINGS= # defaults, whoever runs it
 vimbo=$PWD/build/release/bin/vimbo
 seconds=600 runs=3
 if [ "${1:-}" = --smoke ]; then seconds=2 runs=1; fi

@@ -4,6 +4,7 @@
 # --smoke uses small files and one run: it shows that everything works, not how fast it is.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+export VIMBO_SETTINGS= # defaults, whoever runs it
 vimbo=$PWD/build/release/bin/vimbo
 seconds=1190 runs=3 files=500
 if [ "${1:-}" = --smoke ]; then seconds=2 runs=1 files=8; fi

@@ -4,6 +4,7 @@
 #   bench/compare_songs.sh [SONG [BANK]]
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+export VIMBO_SETTINGS= # defaults, whoever runs it
 vimbo=${VIMBO:-build/release/bin/vimbo}
 song=${1:-/usr/share/games/openttd/baseset/openmsx/city_blues_redfarn.mid}
 bank=${2:-/usr/share/sounds/sf2/FluidR3_GM.sf2}

@@ -34,12 +34,13 @@ function(vimbo_module name)
 endfunction()
 
 # vimbo_test(name SOURCES files... LINK libraries...): one GoogleTest binary, registered with CTest case by case.
+# No test reads the settings of whoever runs it.
 function(vimbo_test name)
     cmake_parse_arguments(ARG "" "" "SOURCES;LINK" ${ARGN})
     add_executable(${name}_tests ${ARG_SOURCES})
     target_include_directories(${name}_tests PRIVATE ${PROJECT_SOURCE_DIR}/tests)
     target_link_libraries(${name}_tests PRIVATE ${ARG_LINK} vimbo_warnings GTest::gtest_main)
-    gtest_discover_tests(${name}_tests DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 300)
+    gtest_discover_tests(${name}_tests DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 300 ENVIRONMENT VIMBO_SETTINGS=)
 endfunction()
 
 # vimbo_fuzzer(name source LINK libraries...): one libFuzzer binary; CTest replays its seed corpus.

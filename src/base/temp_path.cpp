@@ -1,9 +1,10 @@
 #include "base/path.h"
 
+#include "base/percent.h"
 #include "base/text.h"
+#include "base/user_folder.h"
 
 #include <array>
-#include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <ctime>
@@ -11,7 +12,6 @@
 #include <optional>
 
 #include <fcntl.h>
-#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -38,15 +38,8 @@ struct TrashFolder {
 
 std::string HomeTrash()
 {
-    const char* data = std::getenv("XDG_DATA_HOME");
-    if (data != nullptr && data[0] == '/')
-        return std::string(data) + "/Trash";
-    const char* home = std::getenv("HOME");
-    if (home == nullptr || home[0] != '/') {
-        const passwd* user = ::getpwuid(::geteuid());
-        home = user != nullptr ? user->pw_dir : nullptr;
-    }
-    return home == nullptr ? std::string() : std::string(home) + "/.local/share/Trash";
+    const std::string data = UserFolder("XDG_DATA_HOME", ".local/share");
+    return data.empty() ? data : data + "/Trash";
 }
 
 /// Creates a folder for this user alone, or accepts one that is this user's. Links might lead anywhere.
@@ -94,18 +87,6 @@ std::string TopTrash(const std::string& top)
     }
     std::string own = fmt::format("{}.Trash-{}", prefix, ::getuid());
     return MakePrivateFolder(own) ? own : std::string();
-}
-
-std::string PercentEncoded(const std::string& path)
-{
-    std::string encoded;
-    for (const char c : path) {
-        const auto byte = static_cast<unsigned char>(c);
-        const bool plain = byte < 0x80 && (std::isalnum(byte) != 0 ||
-                                           std::string_view("/-_.!~*'()").find(c) != std::string_view::npos);
-        encoded += plain ? std::string(1, c) : fmt::format("%{:02X}", byte);
-    }
-    return encoded;
 }
 
 std::string InfoText(const std::string& path)

@@ -11,6 +11,7 @@ int RunConvert(const ConvertOptions& options, Console& console);
 int RunRender(const RenderOptions& options, Console& console);
 int RunVerify(const VerifyOptions& options, Console& console);
 int RunFormats(const FormatsOptions& options, Console& console);
+int RunSettings(const SettingsOptions& options, Console& console);
 
 /// The whole program; takes what main gets and returns its exit status.
 int RunProgram(int argc, const char* const* argv) noexcept;

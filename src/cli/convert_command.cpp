@@ -5,7 +5,9 @@
 #include "cli/interrupt.h"
 #include "cli/notes_report.h"
 #include "cli/report_json.h"
+#include "cli/user_settings.h"
 
+#include "app/render_settings.h"
 #include "base/text.h"
 #include "base/worker_pool.h"
 #include "synth/save_services.h"
@@ -215,9 +217,10 @@ int RunConvert(const ConvertOptions& options, Console& console)
     const InputList inputs = CollectInputs(options, plan.outputIsFolder, console, counts);
     const std::vector<PlannedJob> jobs = PlanConversion(inputs.files, plan, run.queries);
     run.isSingleJob = jobs.size() == 1;
-    synth::RenderSettings rendering;
+    const app::Settings settings = LoadUserSettings(console);
+    synth::RenderSettings rendering = app::SongRendering(settings);
     rendering.threads = run.isSingleJob ? 0 : 1; // jobs run side by side
-    run.services = synth::MakeSaveServices(rendering);
+    run.services = synth::MakeSaveServices(rendering, app::ModelRendering(settings));
     const std::vector<JobResult> results = RunAll(jobs, run, options.jobs, console);
 
     std::string output;

@@ -1,11 +1,13 @@
 #include "cli/options.h"
 
+#include "app/setting_rows.h"
 #include "cli/display.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <map>
 
@@ -22,12 +24,27 @@ bool LooksLikeList(const std::string& argument)
     return argument.starts_with('[') || argument.starts_with('{') || argument.starts_with("%%");
 }
 
+bool LooksNegative(const std::string& argument)
+{
+    return argument.size() > 1 && argument[0] == '-' &&
+           (std::isdigit(static_cast<unsigned char>(argument[1])) != 0);
+}
+
+/// True if the command takes numbers as arguments of their own, where "-1" would be an option.
+bool TakesNumbers(const std::vector<std::string>& arguments)
+{
+    const auto command =
+        std::ranges::find_if(arguments, [](const std::string& word) { return !word.starts_with('-'); });
+    return command != arguments.end() && *command == "settings";
+}
+
 /// The arguments in the order that the parser wants: last first.
 std::vector<std::string> ProtectedBackwards(const std::vector<std::string>& arguments)
 {
     std::vector<std::string> protectedArguments(arguments.rbegin(), arguments.rend());
+    const bool takesNumbers = TakesNumbers(arguments);
     for (std::string& argument : protectedArguments) {
-        if (LooksLikeList(argument))
+        if (LooksLikeList(argument) || (takesNumbers && LooksNegative(argument)))
             argument.insert(argument.begin(), kLiteralMark);
     }
     return protectedArguments;
@@ -45,17 +62,20 @@ void UnprotectAll(Options& options)
         Unprotect(file);
     for (std::string& input : options.convert.inputs)
         Unprotect(input);
-    if (options.convert.output)
-        Unprotect(*options.convert.output);
+    for (std::optional<std::string>* text :
+         {&options.convert.output, &options.render.gmBank, &options.settings.value})
+        if (*text)
+            Unprotect(**text);
     for (std::string& word : options.convert.select)
         Unprotect(word);
     for (std::vector<std::string>* words :
          {&options.render.banks, &options.render.select, &options.verify.select})
         for (std::string& word : *words)
             Unprotect(word);
-    for (std::string* text : {&options.convert.type, &options.convert.dataFormat, &options.formats.extension,
-                              &options.render.input, &options.render.output, &options.render.gmBank,
-                              &options.render.dataFormat, &options.verify.first, &options.verify.second})
+    for (std::string* text :
+         {&options.convert.type, &options.convert.dataFormat, &options.formats.extension,
+          &options.render.input, &options.render.output, &options.render.dataFormat, &options.verify.first,
+          &options.verify.second, &options.settings.key, &options.settings.reset})
         Unprotect(*text);
 }
 
@@ -166,21 +186,61 @@ CLI::App* AddConvert(CLI::App& app, Options& all)
                     "  vimbo convert *.wav -t sw:big -o words/ --channels mono\n"
                     "  vimbo convert dump.bin --raw -t wav -o dump.wav\n"
                     "  vimbo convert bank.sf2 -t sf3 --report\n"
-                    "  vimbo convert bank.sf2 -t flac -o bank/ --name-mode name --select 'Grand*'");
+                    "  vimbo convert bank.sf2 -t flac -o bank/ --name-mode name --select 'Grand*'\n"
+                    "\nSongs become waveforms as the settings mid2wav.* say, synthesis models as sy2wt.*;\n"
+                    "\"vimbo settings\" shows and changes them. No other setting changes a conversion.");
     return convert;
+}
+
+/// The limits of a setting, for the option that takes its place.
+CLI::Validator LimitsOf(app::SettingKey<std::int64_t> key)
+{
+    const app::SettingRow& row = app::kSettingRows[key.Row()];
+    return CLI::Range(row.least, row.most).description("");
+}
+
+struct SwitchText {
+    const char* name;
+    const char* help;
+};
+
+/// Two switches for one decision; without either the setting decides.
+void AddSwitches(CLI::App& command, std::optional<bool>& decision, SwitchText yes, SwitchText no)
+{
+    CLI::Option* on = command.add_flag_callback(
+        yes.name, [&decision] { decision = true; }, yes.help);
+    command
+        .add_flag_callback(
+            no.name, [&decision] { decision = false; }, no.help)
+        ->excludes(on);
 }
 
 void AddRenderSound(CLI::App& render, RenderOptions& options)
 {
-    render.add_option("--rate", options.rateHz, "Sample rate in Hz (default: 48000)")
+    render
+        .add_option("--rate", options.rateHz,
+                    "Sample rate in Hz (default: setting mid2wav.dwSampleRate, 48000 unless set)")
         ->type_name("HZ")
-        ->check(CLI::Range(8000, 768000).description(""));
-    render.add_option("--polyphony", options.polyphony, "Notes that may sound together (default: 128)")
+        ->check(LimitsOf("mid2wav.dwSampleRate"));
+    render
+        .add_option("--polyphony", options.polyphony,
+                    "Notes that may sound together (default: setting mid2wav.iMaxPolyphony, 128 unless set)")
         ->type_name("N")
-        ->check(CLI::Range(1, 65000).description(""));
-    render.add_flag("--no-effects", options.noEffects, "Leave out reverb, chorus and all other effects");
-    render.add_flag("--no-normalize", options.noNormalize, "Keep the level as it is played");
-    render.add_flag("--keep-silence", options.keepSilence, "Do not trim silence at both ends");
+        ->check(LimitsOf("mid2wav.iMaxPolyphony"));
+    AddSwitches(render, options.effects,
+                {"--effects",
+                 "With reverb, chorus and all other effects (default: setting mid2wav.bEffects, with "
+                 "unless set)"},
+                {"--no-effects", "Without them"});
+    AddSwitches(render, options.normalize,
+                {"--normalize",
+                 "Make the loudest sample full scale (default: setting mid2wav.bNormalizePeak, full "
+                 "scale unless set)"},
+                {"--no-normalize", "Keep the level as it is played"});
+    AddSwitches(render, options.trimSilence,
+                {"--trim-silence",
+                 "Trim silence at both ends (default: setting mid2wav.bDeleteSilence, trimmed unless set)"},
+                {"--keep-silence", "Do not trim it"});
     render
         .add_option("--tail", options.tailSeconds,
                     "How long notes may ring on behind the last event (default: 30; 0 cuts there)")
@@ -209,9 +269,10 @@ CLI::App* AddRender(CLI::App& app, Options& all)
                      "Take instruments that the song does not bring along from this bank (may be repeated)")
         ->type_name("BANK");
     render
-        ->add_option(
-            "--gm-bank", options.gmBank,
-            "The bank for all other instruments (default: the first General MIDI bank of the system)")
+        ->add_option_function<std::string>(
+            "--gm-bank", [&options](const std::string& bank) { options.gmBank = bank; },
+            "The bank for all other instruments (default: setting mid2wav.wszGMBank, the first General MIDI "
+            "bank of the system unless set; \"\" means that one)")
         ->type_name("BANK");
     AddRenderSound(*render, options);
     render->add_flag("--stems", options.stems, "Write one file per MIDI channel");
@@ -236,7 +297,8 @@ CLI::App* AddRender(CLI::App& app, Options& all)
                    "  vimbo render song.mid -o song.wav\n"
                    "  vimbo render song.mid -b piano.sf2 --rate 44100 -o song.flac\n"
                    "  vimbo render song.mid --stems -o stems.wav\n"
-                   "  vimbo render bank.sf2 --note 60 --seconds 4 --select 'Grand*' -o c4.wav");
+                   "  vimbo render bank.sf2 --note 60 --seconds 4 --select 'Grand*' -o c4.wav\n"
+                   "\n\"vimbo settings\" shows and changes the settings.");
     return render;
 }
 
@@ -290,6 +352,33 @@ CLI::App* AddFormats(CLI::App& app, Options& all)
     return formats;
 }
 
+CLI::App* AddSettings(CLI::App& app, Options& all)
+{
+    SettingsOptions& options = all.settings;
+    CLI::App* settings = app.add_subcommand("settings", "Show and change the user's settings");
+    CLI::Option* key = settings->add_option("KEY", options.key, "Show this one only")->option_text(" ");
+    settings
+        ->add_option_function<std::string>(
+            "VALUE", [&options](const std::string& value) { options.value = value; }, "Set it to this")
+        ->option_text(" ");
+    settings->add_option("--reset", options.reset, "Give this setting, or all, its default")
+        ->type_name("KEY|all")
+        ->excludes(key);
+    settings->add_flag("--all", options.all, "List also the settings that are not used yet");
+    settings->add_flag("--json", options.json, "Print a JSON array with an object per setting");
+    AddLoudness(*settings, all);
+    settings->footer(
+        "The file is $XDG_CONFIG_HOME/vimbo-studio/settings.toml (~/.config/vimbo-studio/\n"
+        "settings.toml), or what VIMBO_SETTINGS names. If that is empty, there is none, and all\n"
+        "settings have their defaults.\n"
+        "\nExamples:\n"
+        "  vimbo settings\n"
+        "  vimbo settings mid2wav.dwSampleRate 44100\n"
+        "  vimbo settings mid2wav.wszGMBank ~/banks/gm.sf2\n"
+        "  vimbo settings --reset all");
+    return settings;
+}
+
 /// Sends the parser's help or complaint to where it belongs.
 int Answer(const CLI::App& app, const CLI::ParseError& error)
 {
@@ -319,6 +408,7 @@ std::optional<int> ParseCommandLine(const std::vector<std::string>& arguments, O
     const CLI::App* render = AddRender(app, options);
     const CLI::App* verify = AddVerify(app, options);
     const CLI::App* formats = AddFormats(app, options);
+    const CLI::App* settings = AddSettings(app, options);
     app.footer("Examples:\n"
                "  vimbo info kick.wav\n"
                "  vimbo convert samples/ -t wav -o converted/\n"
@@ -340,6 +430,8 @@ std::optional<int> ParseCommandLine(const std::vector<std::string>& arguments, O
         options.command = Command::Verify;
     else if (formats->parsed())
         options.command = Command::Formats;
+    else if (settings->parsed())
+        options.command = Command::Settings;
     if (options.command != Command::None)
         return std::nullopt;
     fmt::print(stderr, "{}", app.help());

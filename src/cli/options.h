@@ -54,18 +54,16 @@ struct FormatsOptions {
     bool markdown = false;
 };
 
-/// What is rendered: the songs of a file, or with a note one of its instruments.
+/// What is rendered: the songs of a file, or with a note one of its instruments. What is not given is as the
+/// user's settings say ("mid2wav.").
 struct RenderOptions {
     std::string input;
-    std::vector<std::string> banks; ///< where instruments are sought behind the song's own
-    std::string gmBank;             ///< default bank; "": the system's
+    std::vector<std::string> banks;    ///< where instruments are sought behind the song's own
+    std::optional<std::string> gmBank; ///< default bank; "": the system's
     std::string output;
     std::string dataFormat;
-    unsigned rateHz = 48000;
-    unsigned polyphony = 128;
-    bool noEffects = false;
-    bool noNormalize = false;
-    bool keepSilence = false;
+    std::optional<unsigned> rateHz, polyphony;
+    std::optional<bool> effects, normalize, trimSilence;
     bool stems = false;
     double tailSeconds = 30;
     int note = -1; ///< key 0 to 127; below 0: songs
@@ -88,7 +86,16 @@ struct VerifyOptions {
     bool json = false;
 };
 
-enum class Command { None, Info, Convert, Render, Verify, Formats };
+/// What is done with the user's settings: all are listed, one is shown or set, or some are reset.
+struct SettingsOptions {
+    std::string key; ///< "": all
+    std::optional<std::string> value;
+    std::string reset; ///< a key, or "all"; "": none
+    bool all = false;  ///< list also those that steer nothing yet
+    bool json = false;
+};
+
+enum class Command { None, Info, Convert, Render, Verify, Formats, Settings };
 
 struct Options {
     Command command = Command::None;
@@ -99,6 +106,7 @@ struct Options {
     RenderOptions render;
     VerifyOptions verify;
     FormatsOptions formats;
+    SettingsOptions settings;
 };
 
 /// Reads the arguments (without the program's name). Help and version go to stdout, complaints to stderr.

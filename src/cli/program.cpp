@@ -21,6 +21,8 @@ int RunCommand(const Options& options, Console& console)
         return RunVerify(options.verify, console);
     case Command::Formats:
         return RunFormats(options.formats, console);
+    case Command::Settings:
+        return RunSettings(options.settings, console);
     case Command::None:
         break;
     }

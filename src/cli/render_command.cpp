@@ -6,7 +6,9 @@
 #include "cli/format_lookup.h"
 #include "cli/interrupt.h"
 #include "cli/selection.h"
+#include "cli/user_settings.h"
 
+#include "app/render_settings.h"
 #include "base/last_error.h"
 #include "base/path.h"
 #include "base/text.h"
@@ -32,16 +34,18 @@ namespace {
 class RenderJob {
 public:
     RenderJob(const RenderOptions& options, Console& console)
-        : options_(options), console_(console), host_(console, 0, {})
+        : options_(options), console_(console), host_(console, 0, {}),
+          settings_(app::SongRendering(LoadUserSettings(console)))
     {
-        settings_.rateHz = options.rateHz;
-        settings_.polyphony = options.polyphony;
-        settings_.effects = !options.noEffects;
-        settings_.normalizePeak = !options.noNormalize;
-        settings_.trimSilence = !options.keepSilence;
+        settings_.rateHz = options.rateHz.value_or(settings_.rateHz);
+        settings_.polyphony = options.polyphony.value_or(settings_.polyphony);
+        settings_.effects = options.effects.value_or(settings_.effects);
+        settings_.normalizePeak = options.normalize.value_or(settings_.normalizePeak);
+        settings_.trimSilence = options.trimSilence.value_or(settings_.trimSilence);
         settings_.threads = options.jobs;
         settings_.tailSeconds = options.tailSeconds;
-        settings_.gmBank = PathToWide(options.gmBank);
+        if (options.gmBank)
+            settings_.gmBank = PathToWide(*options.gmBank);
     }
 
     int Run()
@@ -170,8 +174,7 @@ private:
                                      location.BankMsb(), location.BankLsb()));
         }
         if (result.clipped)
-            console_.Say(Severity::Note, options_.input,
-                         "clipped; leave out --no-normalize, or lower the gain");
+            console_.Say(Severity::Note, options_.input, "clipped; --normalize prevents that");
         console_.Say(Severity::Detail, options_.input,
                      fmt::format("{:.1f} s rendered in {:.2f} s, up to {} voices; instruments: {} own, {} of "
                                  "the banks, {} of {}",

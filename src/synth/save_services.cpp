@@ -2,7 +2,6 @@
 
 #include "base/last_error.h"
 #include "model/song.h"
-#include "synth/model_to_wavetable.h"
 
 #include <deque>
 #include <mutex>
@@ -37,14 +36,17 @@ struct Renderer {
 
 } // namespace
 
-SaveServices MakeSaveServices(const RenderSettings& settings, std::span<Collection* const> banks)
+SaveServices MakeSaveServices(const RenderSettings& settings, const WavetableSettings& modelSettings,
+                              std::span<Collection* const> banks)
 {
     auto renderer = std::make_shared<Renderer>();
     renderer->settings = settings;
     renderer->banks.assign(banks.begin(), banks.end());
     SaveServices services;
     services.renderSong = [renderer](Song& song) { return renderer->Render(song); };
-    services.convertSynthModels = [](Item& root) { return ConvertSynthModels(root); };
+    services.convertSynthModels = [modelSettings](Item& root) {
+        return ConvertSynthModels(root, modelSettings);
+    };
     return services;
 }
 

@@ -40,8 +40,9 @@ fs::path MakeFolder()
 
 /// Becomes the program; never returns.
 [[noreturn]] void Become(const fs::path& folder, const std::vector<std::string>& arguments,
-                         rlim_t maxFileBytes)
+                         rlim_t maxFileBytes, const std::string& settingsFile)
 {
+    ::setenv("VIMBO_SETTINGS", settingsFile.c_str(), 1);
     std::vector<std::string> words{VIMBO_PROGRAM};
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<char*> pointers;
@@ -107,7 +108,7 @@ ProgramResult ProgramTest::Run(const std::vector<std::string>& arguments, std::u
 {
     const pid_t child = ::fork();
     if (child == 0)
-        Become(folder_, arguments, maxFileBytes);
+        Become(folder_, arguments, maxFileBytes, settingsFile_);
     int state = 0;
     ::waitpid(child, &state, 0);
     return {WIFEXITED(state) ? WEXITSTATUS(state) : -1, ReadAll(folder_ / ".stdout"),

@@ -40,6 +40,7 @@ protected:
     std::vector<std::pair<std::string, std::string>> Snapshot(const std::string& name) const;
 
     const std::filesystem::path folder_;
+    std::string settingsFile_; ///< of the program, in the folder; "": it has none
 };
 
 } // namespace vimbo::cli
