@@ -128,6 +128,8 @@ void AddBankOptions(CLI::App& convert, ConvertOptions& options)
             "--select", options.select,
             "Take only the instruments, waveforms or songs of this name (* and ? match any text) or number")
         ->type_name("NAME_OR_NUMBER");
+    convert.add_flag("--merge", options.merge,
+                     "Put all inputs into one output file; samples that several refer to are kept once");
     convert
         .add_option(
             "--name-mode", options.nameMode,
@@ -166,7 +168,8 @@ CLI::App* AddConvert(CLI::App& app, Options& all)
                     "  vimbo convert *.wav -t sw:big -o words/ --channels mono\n"
                     "  vimbo convert dump.bin --raw -t wav -o dump.wav\n"
                     "  vimbo convert bank.sf2 -t sf3 --report\n"
-                    "  vimbo convert bank.sf2 -t flac -o bank/ --name-mode name --select 'Grand*'");
+                    "  vimbo convert bank.sf2 -t flac -o bank/ --name-mode name --select 'Grand*'\n"
+                    "  vimbo convert instruments/*.sfz -t sf2 --merge -o bank.sf2");
     return convert;
 }
 
