@@ -77,11 +77,13 @@ bool IsWrongUsage(const ConvertOptions& options, const TypeLookup& type, const C
     std::string error = !type.error.empty() ? type.error : choice.error;
     if (error.empty() && RowExtension(type.row).find_first_of(u"*?") != std::u16string_view::npos)
         error = fmt::format("row {} has no extension to write under", NameRow(type.row));
+    if (error.empty() && options.merge && (!options.output || MeansFolder(*options.output, {})))
+        error = "--merge needs a file to write to (-o FILE)";
     if (error.empty() && options.output) {
         std::error_code ignored;
         const bool isOther =
             fs::exists(*options.output, ignored) && !fs::is_directory(*options.output, ignored);
-        if (isOther && MeansFolder(*options.output, options.inputs))
+        if (isOther && !options.merge && MeansFolder(*options.output, options.inputs))
             error = Printable(*options.output) + " is not a folder, and there may be several files to write";
         else if (options.output->empty())
             error = "the output has no name";
@@ -118,6 +120,8 @@ std::vector<JobResult> RunAll(const std::vector<PlannedJob>& jobs, const Convert
     std::set<fs::path> taken;
     for (const PlannedJob& job : jobs) {
         taken.insert(run.queries.placeOf(job.input.path));
+        for (const InputFile& file : job.merged)
+            taken.insert(run.queries.placeOf(file.path));
         taken.insert(run.queries.placeOf(job.output));
     }
     OutputClaims claims(jobs.size(), std::move(taken));
@@ -200,7 +204,7 @@ int RunConvert(const ConvertOptions& options, Console& console)
     PlanOptions plan;
     plan.extension = WideToUtf8(RowExtension(type.row));
     plan.output = options.output;
-    plan.outputIsFolder = options.output && MeansFolder(*options.output, options.inputs);
+    plan.outputIsFolder = options.output && !options.merge && MeansFolder(*options.output, options.inputs);
     plan.existing = RuleForExisting(options);
     ConvertRun run{.row = type.row,
                    .choice = choice.choice,
@@ -215,7 +219,8 @@ int RunConvert(const ConvertOptions& options, Console& console)
 
     Counts counts;
     const InputList inputs = CollectInputs(options, plan.outputIsFolder, console, counts);
-    const std::vector<PlannedJob> jobs = PlanConversion(inputs.files, plan, run.queries);
+    const std::vector<PlannedJob> jobs = options.merge ? PlanMerge(inputs.files, plan, run.queries)
+                                                       : PlanConversion(inputs.files, plan, run.queries);
     run.isSingleJob = jobs.size() == 1;
     const app::Settings settings = LoadUserSettings(console);
     synth::RenderSettings rendering = app::SongRendering(settings);

@@ -72,6 +72,28 @@ bool Load(const PlannedJob& job, const ConvertRun& run, Collection& collection)
                     run.answers.raw ? AllowRaw::Yes : AllowRaw::No);
 }
 
+/// Reads the other files of a job that has several. A failed one is named in the Last error text.
+bool LoadMerged(const PlannedJob& job, const ConvertRun& run, Collection& collection)
+{
+    std::vector<std::size_t> fileStarts;
+    for (const InputFile& file : job.merged) {
+        Collection loaded;
+        loaded.SetHost(collection.GetHost());
+        PlannedJob one{file, {}, {}, JobState::Run, ""};
+        if (IsInterrupted())
+            return Fail(u"Cancelled");
+        if (!Load(one, run, loaded))
+            return Fail(PathToWide(file.path.native()) + u": " + std::u16string(LastError()));
+        fileStarts.push_back(collection.CountOf(ItemKind::Waveform));
+        collection.Merge(loaded);
+    }
+    if (!job.merged.empty()) {
+        FinishMerge(collection, fileStarts, Unplayed::Drop); // sample files of texts may be inputs themselves
+        collection.SetName(PathToWide(job.output.stem().native()));
+    }
+    return true;
+}
+
 /// Songs are played where only sound can be written and there is no other sound.
 bool IsRendered(const FormatRow& row, const Collection& collection) noexcept
 {
@@ -98,8 +120,10 @@ std::vector<Item*> ItemsOfKind(const Collection& collection, ItemKind kind)
 }
 
 /// The item that goes into a single file, null if each item needs a file of its own.
-Item* SingleRoot(Collection& collection, const FormatRow& row, ItemKind kind)
+Item* SingleRoot(Collection& collection, const FormatRow& row, ItemKind kind, bool isNamedEach)
 {
+    if (isNamedEach && kind == ItemKind::Instrument && HasFilePerInstrument(row))
+        return nullptr;
     const bool takesAll = (row.kinds & kKindCollection) != 0 && !IsRendered(row, collection);
     if (takesAll || collection.CountOf(kind) == 0)
         return &collection;
@@ -234,7 +258,7 @@ void ConvertFile(const PlannedJob& job, const ConvertRun& run, ClaimTurn& turn, 
     auto owned = std::make_unique<Collection>();
     Collection& collection = *owned;
     collection.SetHost(host);
-    if (!Load(job, run, collection)) {
+    if (!Load(job, run, collection) || !LoadMerged(job, run, collection)) {
         report.error = LastErrorText();
         return;
     }
@@ -249,7 +273,7 @@ void ConvertFile(const PlannedJob& job, const ConvertRun& run, ClaimTurn& turn, 
     }
     result.reports.clear();
     std::vector<Target> targets;
-    if (Item* root = SingleRoot(collection, row, kind))
+    if (Item* root = SingleRoot(collection, row, kind, run.naming.has_value()))
         targets.push_back({root, job});
     else
         targets = ItemTargets(job, ItemsOfKind(collection, kind), run, turn);

@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <system_error>
 
@@ -100,7 +101,7 @@ std::vector<PlannedJob> PlanConversion(const std::vector<InputFile>& inputs, con
     for (const InputFile& input : inputs) {
         if (!input.recognised)
             continue;
-        PlannedJob job{input, OutputOf(input, options), JobState::Run, ""};
+        PlannedJob job{input, OutputOf(input, options), {}, JobState::Run, ""};
         const fs::path place = queries.placeOf(job.output);
         const auto victim = inputPlaces.find(place);
         const auto [writer, isFirst] = writers.try_emplace(place, input.path);
@@ -117,6 +118,22 @@ std::vector<PlannedJob> PlanConversion(const std::vector<InputFile>& inputs, con
         jobs.push_back(std::move(job));
     }
     return jobs;
+}
+
+std::vector<PlannedJob> PlanMerge(const std::vector<InputFile>& inputs, const PlanOptions& options,
+                                  const FileQueries& queries)
+{
+    std::vector<InputFile> read;
+    std::ranges::copy_if(inputs, std::back_inserter(read), &InputFile::recognised);
+    if (read.empty())
+        return {};
+    PlannedJob job{read.front(), *options.output, {read.begin() + 1, read.end()}, JobState::Run, ""};
+    const fs::path place = queries.placeOf(job.output);
+    if (std::ranges::any_of(read, [&](const InputFile& file) { return queries.placeOf(file.path) == place; }))
+        Refuse(job, Printable(job.output.native()) + " is itself an input of this run");
+    else
+        CheckExisting(job, options.existing, queries);
+    return {job};
 }
 
 fs::path NumberedOutput(const fs::path& output, std::size_t index, std::size_t count,

@@ -27,6 +27,7 @@ enum class JobState { Run, Skip, Fail };
 struct PlannedJob {
     InputFile input;
     std::filesystem::path output;
+    std::vector<InputFile> merged{}; ///< read behind `input` into the same collection
     JobState state = JobState::Run;
     std::string message; ///< why it is not run
 };
@@ -46,6 +47,10 @@ bool MeansFolder(const std::filesystem::path& output, const std::vector<std::str
 /// earlier job writes, makes the job fail; one that exists is dealt with by `options.existing`.
 std::vector<PlannedJob> PlanConversion(const std::vector<InputFile>& inputs, const PlanOptions& options,
                                        const FileQueries& queries);
+
+/// One job that reads all recognised inputs into `options.output`; none if there are no inputs.
+std::vector<PlannedJob> PlanMerge(const std::vector<InputFile>& inputs, const PlanOptions& options,
+                                  const FileQueries& queries);
 
 /// Applies the rule for existing files to one output; fills state and message.
 void CheckExisting(PlannedJob& job, Existing existing, const FileQueries& queries);

@@ -148,6 +148,8 @@ void AddBankOptions(CLI::App& convert, ConvertOptions& options)
             "--select", options.select,
             "Take only the instruments, waveforms or songs of this name (* and ? match any text) or number")
         ->type_name("NAME_OR_NUMBER");
+    convert.add_flag("--merge", options.merge,
+                     "Put all inputs into one output file; samples that several refer to are kept once");
     convert
         .add_option(
             "--name-mode", options.nameMode,
@@ -187,8 +189,9 @@ CLI::App* AddConvert(CLI::App& app, Options& all)
                     "  vimbo convert dump.bin --raw -t wav -o dump.wav\n"
                     "  vimbo convert bank.sf2 -t sf3 --report\n"
                     "  vimbo convert bank.sf2 -t flac -o bank/ --name-mode name --select 'Grand*'\n"
-                    "\nSongs become waveforms as the settings mid2wav.* say, synthesis models as sy2wt.*;\n"
-                    "\"vimbo settings\" shows and changes them. No other setting changes a conversion.");
+                     "  vimbo convert instruments/*.sfz -t sf2 --merge -o bank.sf2\n"
+                     "\nSongs become waveforms as the settings mid2wav.* say, synthesis models as sy2wt.*;\n"
+                     "\"vimbo settings\" shows and changes them. No other setting changes a conversion.");
     return convert;
 }
 

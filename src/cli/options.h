@@ -41,6 +41,7 @@ struct ConvertOptions {
     bool dryRun = false;
     bool json = false;
     bool report = false;             ///< tell what was kept, approximated and lost
+    bool merge = false;              ///< all inputs go into one output
     std::string nameMode;            ///< how files of one bank are named; "" for the default
     std::vector<std::string> select; ///< names or numbers of what is taken; none: all
     ReadAnswers answers;

@@ -9,7 +9,6 @@
 #include "formats/wave/wave.h"
 #include "formats/xiph/xiph.h"
 #include "model/fix_up.h"
-#include "model/stereo_pairs.h"
 
 #include <array>
 
@@ -176,10 +175,19 @@ bool MergeFile(Collection& collection, std::u16string_view path)
     const bool isSingleWave =
         loaded.CountOf(ItemKind::Instrument) == 0 && loaded.CountOf(ItemKind::Waveform) == 1;
     collection.SetImportProcedures(AllImportProcedures());
+    const std::size_t before = collection.CountOf(ItemKind::Waveform);
     collection.Merge(loaded);
-    if (collection.loadOptions.autoRemoveDupWaves && !isSingleWave)
-        RemoveDuplicateWaves(collection);
+    if (!isSingleWave)
+        FinishMerge(collection, std::span(&before, 1), Unplayed::Keep);
     return true;
+}
+
+void FinishMerge(Collection& collection, std::span<const std::size_t> fileStarts, Unplayed unplayed)
+{
+    if (!collection.loadOptions.autoRemoveDupWaves)
+        return;
+    ShareSources(collection, fileStarts, unplayed);
+    RemoveDuplicateWaves(collection);
 }
 
 bool ReplaceWaveforms(Collection& collection, std::u16string_view path, int& replaced)

@@ -4,6 +4,7 @@
 
 #include "base/path_finder.h"
 #include "formats/format_table.h"
+#include "model/stereo_pairs.h"
 
 #include <set>
 #include <string>
@@ -28,6 +29,10 @@ int DetectFormat(std::u16string_view path, FileObject& file, int& confidence);
                             int* confidence = nullptr);
 /// Reads into a temporary collection and moves its items into this one.
 [[nodiscard]] bool MergeFile(Collection& collection, std::u16string_view path);
+/// After items of several files came together: a sample that several of them refer to is kept once, likewise
+/// waveforms that are equal, if the load options say so.
+/// The parameters are those of ShareSources.
+void FinishMerge(Collection& collection, std::span<const std::size_t> fileStarts, Unplayed unplayed);
 /// Gives the samples and loops of the file's waveforms to waveforms of the same names.
 /// @param replaced number of waveforms that got new samples
 [[nodiscard]] bool ReplaceWaveforms(Collection& collection, std::u16string_view path, int& replaced);

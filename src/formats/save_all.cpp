@@ -8,6 +8,7 @@
 #include "model/song.h"
 
 #include <algorithm>
+#include <array>
 #include <filesystem>
 #include <fmt/format.h>
 #include <optional>
@@ -324,6 +325,41 @@ std::u16string AutoName(std::u16string_view basePath, const Item& item, AutoNami
         name = parts.Join(--room);
     const std::u16string folder = subFolders == SubFolders::Yes ? JoinPath(base.folder, name) : base.folder;
     return JoinPath(folder, name + base.extension);
+}
+
+bool HasFilePerInstrument(const FormatRow& row) noexcept
+{
+    return row.extension == u"sfz";
+}
+
+std::optional<MidiLocation> TakeProgram(std::u16string& name)
+{
+    std::u16string_view rest = name;
+    MidiLocation location;
+    location.SetDrum(rest.starts_with(u'd'));
+    rest.remove_prefix(location.IsDrum() ? 1 : 0);
+    constexpr std::size_t kNumbers = 3, kMostDigits = 3;
+    constexpr unsigned kHighest = 127;
+    std::array<unsigned, kNumbers> numbers{};
+    for (std::size_t i = 0; i < kNumbers; ++i) {
+        const std::size_t digits = std::min(rest.find_first_not_of(u"0123456789"), rest.size());
+        if (digits == 0 || digits > kMostDigits)
+            return std::nullopt;
+        for (const char16_t digit : rest.substr(0, digits))
+            numbers[i] = numbers[i] * 10 + static_cast<unsigned>(digit - u'0');
+        rest.remove_prefix(digits);
+        const std::u16string_view behind = i + 1 < kNumbers ? u"-" : u" - ";
+        if (numbers[i] > kHighest || !rest.starts_with(behind))
+            return std::nullopt;
+        rest.remove_prefix(behind.size());
+    }
+    if (rest.empty())
+        return std::nullopt;
+    location.SetBankMsb(numbers[0]);
+    location.SetBankLsb(numbers[1]);
+    location.SetProgram(numbers[2]);
+    name = std::u16string(rest);
+    return location;
 }
 
 bool SaveAll(Collection& collection, const SaveTarget& base, const SaveAllOptions& options,

@@ -2,8 +2,10 @@
 #pragma once
 
 #include "formats/save.h"
+#include "model/instrument.h"
 
 #include <functional>
+#include <optional>
 #include <string>
 
 namespace vimbo {
@@ -28,6 +30,11 @@ enum class SubFolders : bool { No, Yes };
 /// @param number  the item's, from 1
 std::u16string AutoName(std::u16string_view basePath, const Item& item, AutoNaming naming,
                         SubFolders subFolders, std::size_t number);
+
+/// True for rows that hold collections as a set of files, one for each instrument.
+bool HasFilePerInstrument(const FormatRow& row) noexcept;
+/// Takes what ProgramAndName puts ahead of a name off it; none if it does not begin so.
+std::optional<MidiLocation> TakeProgram(std::u16string& name);
 
 /// Where and how one item is saved.
 struct SaveTarget {

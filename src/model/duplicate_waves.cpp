@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <bit>
 #include <unordered_map>
+#include <unordered_set>
 
 namespace vimbo {
 namespace {
@@ -187,6 +188,55 @@ void Sort(Group& group, Waveform& wave, Replacements& replacements)
         replacements.emplace(wave.Handle(), earlier->Handle());
 }
 
+/// Of what HasSameSource compares, as far as it is cheap.
+std::uint64_t SourceHash(const SampleSource& source)
+{
+    std::uint64_t hash = kHashStart;
+    for (const char16_t unit : source.path)
+        Mix(hash, std::uint32_t{unit});
+    Mix(hash, static_cast<std::uint32_t>(source.offset));
+    Mix(hash, source.frames);
+    return hash;
+}
+
+/// The samples themselves.
+bool AreSameSamples(const Waveform& a, const Waveform& b)
+{
+    return a.frames == b.frames && a.channels == b.channels && a.rateHz == b.rateHz && a.bits == b.bits &&
+           HasSameSource(a, b);
+}
+
+/// True if a region that plays one can play the other, with root key and loop of its own.
+bool CanStandFor(const Waveform& a, const Waveform& b)
+{
+    const auto same = [](const Marker& one, const Marker& other) { return one.SameAs(other); };
+    return a.fineTune == b.fineTune && a.volume == b.volume && std::ranges::equal(a.markers, b.markers, same);
+}
+
+/// Handles of the waveforms that something plays.
+std::unordered_set<ItemHandle, ItemHandleHash> PlayedWaves(const Collection& collection)
+{
+    std::unordered_set<ItemHandle, ItemHandleHash> played;
+    for (const Region& region : collection.All<Region>())
+        if (const Waveform* wave = region.Wave())
+            played.insert(wave->Handle());
+    for (const SynthModel& model : collection.All<SynthModel>()) {
+        for (const ItemHandle child : model.Children())
+            played.insert(ChildHandle(ItemKind::SynthModel, child));
+        for (std::size_t i = 0; i < SynthModel::kWaveReferences; ++i)
+            played.insert(model.WaveReference(i));
+    }
+    return played;
+}
+
+/// What the region took from its waveform becomes its own.
+void OverrideAll(Region& region, const Waveform& wave)
+{
+    region.loop = GetEffectiveLoop(region);
+    region.rootKey = region.Overrides(Region::kRootKey) ? region.rootKey : wave.rootKey;
+    region.overrideFlags = Region::kAllOverrides;
+}
+
 void Replace(Collection& collection, const Replacements& replacements)
 {
     const auto kept = [&replacements](ItemHandle wave) {
@@ -208,6 +258,65 @@ void Replace(Collection& collection, const Replacements& replacements)
 }
 
 } // namespace
+
+std::size_t ShareSources(Collection& collection, std::span<const std::size_t> fileStarts, Unplayed unplayed)
+{
+    struct Entry {
+        Waveform* wave;
+        std::size_t file;
+    };
+    const auto played = PlayedWaves(collection);
+    const auto isPlayed = [&](const Waveform& wave) {
+        return unplayed == Unplayed::Keep || played.contains(wave.Handle());
+    };
+    std::unordered_multimap<std::uint64_t, Entry> bySource;
+    Replacements replacements;
+    SampleSource source;
+    std::size_t number = 0, file = 0;
+    for (Waveform* wave : collection.List<Waveform>()) {
+        while (file < fileStarts.size() && fileStarts[file] <= number)
+            ++file;
+        ++number;
+        if (wave->frames == 0 || !DescribeSource(*wave, source))
+            continue;
+        const std::uint64_t hash = SourceHash(source);
+        const auto [from, to] = bySource.equal_range(hash);
+        const auto found = std::find_if(from, to, [&](const auto& entry) {
+            const Waveform& earlier = *entry.second.wave;
+            return entry.second.file != file && AreSameSamples(earlier, *wave) &&
+                   (!isPlayed(*wave) || !isPlayed(earlier) || CanStandFor(earlier, *wave));
+        });
+        if (found == to) {
+            bySource.emplace(hash, Entry{wave, file});
+        } else if (isPlayed(*found->second.wave) || !isPlayed(*wave)) {
+            replacements.emplace(wave->Handle(), found->second.wave->Handle());
+        } else {
+            replacements.emplace(found->second.wave->Handle(), wave->Handle());
+            found->second = {wave, file};
+        }
+    }
+    // Synthesis models take root key and loop from the waveform alone.
+    for (const SynthModel& model : collection.All<SynthModel>()) {
+        for (const ItemHandle child : model.Children())
+            replacements.erase(ChildHandle(ItemKind::SynthModel, child));
+        for (std::size_t i = 0; i < SynthModel::kWaveReferences; ++i)
+            replacements.erase(model.WaveReference(i));
+    }
+    if (replacements.empty())
+        return 0;
+    std::vector<Region*> moved;
+    for (Region& region : collection.All<Region>())
+        if (const Waveform* wave = region.Wave(); wave != nullptr && replacements.contains(wave->Handle())) {
+            OverrideAll(region, *wave);
+            moved.push_back(&region);
+        }
+    Replace(collection, replacements);
+    for (Region* region : moved)
+        region->DropEqualOverrides();
+    for (const auto& [gone, kept] : replacements)
+        collection.Destroy(gone);
+    return replacements.size();
+}
 
 std::size_t RemoveDuplicateWaves(Collection& collection)
 {

@@ -3,6 +3,8 @@
 
 #include "model/collection.h"
 
+#include <span>
+
 namespace vimbo {
 
 class Instrument;
@@ -58,5 +60,15 @@ std::u16string_view WithoutSideEnding(std::u16string_view name) noexcept;
 /// samples; regions and synthesis models play the earlier one. Samples are read only where all else agrees
 /// and the sources differ. @return the number of waveforms deleted
 std::size_t RemoveDuplicateWaves(Collection& collection);
+
+enum class Unplayed : bool { Keep, Drop };
+/// For items of several files that came together: deletes waveforms whose samples are read from the very
+/// place that one of another file has them from; names do not count. Regions play the earlier one, with root
+/// key and loop of their own where these differ. Tuning, level and markers must agree. Nothing is read.
+/// @param fileStarts  numbers of the first waveforms of all files but the first, ascending
+/// @param unplayed  Drop: of a waveform that nothing plays only the samples count, and it is the one that
+/// goes
+/// @return the number of waveforms deleted
+std::size_t ShareSources(Collection& collection, std::span<const std::size_t> fileStarts, Unplayed unplayed);
 
 } // namespace vimbo

@@ -155,6 +155,43 @@ TEST_F(ProgramTest, ReportsInTheOrderOfTheInputs)
     EXPECT_EQ(list[2]["input"], "a.wav");
 }
 
+TEST_F(ProgramTest, BanksGoToTextsAndBack)
+{
+    Put("a.wav", WaveBytes(Samples(1)));
+    Put("b.wav", WaveBytes(Samples(2)));
+    Put("in/0-0-3 - Pair.sfz", "<group> group_label=Low <region> sample=../a.wav key=40\n"
+                               "<group> group_label=High <region> sample=../b.wav key=41 tune=-20");
+    Put("in/d0-0-8 - Kit.sfz", "<region> sample=../a.wav key=43");
+    const ProgramResult merged = Run({"convert", "in", "-t", "sf2", "--merge", "-o", "bank.sf2"});
+    EXPECT_EQ(merged.status, 0) << merged.err;
+    EXPECT_EQ(Run({"convert", "bank.sf2", "-t", "391", "--name-mode", "program", "-o", "texts/"}).status, 0);
+    EXPECT_EQ(Run({"convert", "texts", "-t", "sf2", "--merge", "-o", "again.sf2"}).status, 0);
+    for (const char* bank : {"bank.sf2", "again.sf2"}) {
+        const json read = RunJson({"info", "--json", bank})[0];
+        ASSERT_EQ(read["instruments"].size(), 2u) << bank;
+        EXPECT_EQ(read["waveforms"].size(), 2u) << bank;
+        EXPECT_EQ(read["instruments"][0]["name"], "Pair");
+        EXPECT_EQ(read["instruments"][0]["program"], 3);
+        EXPECT_EQ(read["instruments"][1]["drum"], true);
+        EXPECT_EQ(read["instruments"][1]["layers"][0]["regions"][0]["rootKey"], 43);
+    }
+    EXPECT_EQ(
+        Run({"verify", "bank.sf2", "again.sf2", "--limit-level", "0.01", "--limit-pitch", "0.1"}).status, 0);
+
+    EXPECT_EQ(Run({"convert", "in", "-t", "sf2", "--merge"}).status, 2) << "where to?";
+    EXPECT_EQ(Run({"convert", "a.wav", "-t", "sf2", "--merge", "-o", "texts"}).status, 2) << "a folder";
+    EXPECT_EQ(Run({"convert", "in", "-t", "sf2", "--merge", "-o", "bank.sf2"}).status, 1) << "it exists";
+    EXPECT_EQ(
+        Run({"convert", "a.wav", "bank.sf2", "-t", "sf2", "--merge", "--force", "-o", "bank.sf2"}).status, 1)
+        << "an input";
+    Put("broken.sf2", "RIFF");
+    const ProgramResult broken =
+        Run({"convert", "a.wav", "broken.sf2", "-t", "sf2", "--merge", "-o", "c.sf2"});
+    EXPECT_EQ(broken.status, 1);
+    EXPECT_NE(broken.err.find("broken.sf2"), std::string::npos) << broken.err;
+    EXPECT_FALSE(Exists("c.sf2"));
+}
+
 TEST_F(ProgramTest, DryRunsOnlyTell)
 {
     Put("in/a.wav", WaveBytes(Samples(1)));

@@ -13,7 +13,8 @@ inline constexpr std::uint32_t kSfz2SubFolder = 3;
 
 /// Samples stay on disk: only their headers are read. The paths in a file on disk are followed wherever they
 /// lead, as far as they name regular files; of a text without a path of its own (or whose path begins with
-/// '<'), none is. What could not be found or placed goes to the host.
+/// '<'), none is. What could not be found or placed goes to the host. A file named "0-0-5 - Piano.sfz" gives
+/// the instrument "Piano" of that MIDI location (see TakeProgram).
 bool ReadSfz(Collection& collection, FileObject& file, std::uint32_t variant);
 /// The first instrument goes to `file`, further ones to files of their own names beside it; samples beside
 /// each or in a folder of its name. Files that are there already and hold something else are only replaced if

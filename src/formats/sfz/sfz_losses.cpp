@@ -13,6 +13,25 @@ namespace {
 
 constexpr std::u16string_view kNoText = u"the format has no such text";
 
+constexpr std::u16string_view kNoParameter = u"there is no such parameter";
+
+/// Why an opcode was left out, and what comes of it where that can be heard.
+std::u16string_view ReasonOf(std::string_view name)
+{
+    constexpr std::string_view kConditions[] = {
+        "sw_",        "lochan",       "hichan",    "lobend",    "hibend",     "lobpm",     "hibpm",
+        "loprog",     "hiprog",       "lochanaft", "locc",      "hicc",       "lopolyaft", "hipolyaft",
+        "hichanaft",  "on_lo",        "on_hi",     "start_lo",  "start_hi",   "stop_lo",   "stop_hi",
+        "sustain_sw", "sostenuto_sw", "xfin_locc", "xfin_hicc", "xfout_locc", "xfout_hicc"};
+    if (name.find('=') != std::string_view::npos)
+        return u"there is no such value";
+    if (name.find("label") != std::string_view::npos)
+        return u"it is for display only";
+    if (std::ranges::any_of(kConditions, [name](std::string_view each) { return name.starts_with(each); }))
+        return u"its regions play without this condition";
+    return kNoParameter;
+}
+
 class Teller {
 public:
     explicit Teller(Host& host) noexcept : host_(host) {}
@@ -114,10 +133,9 @@ void TellLosses(Host& host, const ReadLosses& losses)
     if (!host.WantsNotes())
         return;
     Teller tell(host);
-    constexpr std::u16string_view kNoPlace = u"there is no such parameter";
     for (const auto& [name, count] : losses.opcodes)
-        tell.Lost(NoteTopic::Parameter, u"Opcode " + ToWide(name), count, kNoPlace);
-    tell.Lost(NoteTopic::Parameter, u"Other opcodes", losses.otherCount, kNoPlace);
+        tell.Lost(NoteTopic::Parameter, u"Opcode " + ToWide(name), count, ReasonOf(name));
+    tell.Lost(NoteTopic::Parameter, u"Other opcodes", losses.otherCount, kNoParameter);
     TellUnits(tell, losses.units);
     TellRegions(tell, losses);
     tell.Lost(NoteTopic::Other, u"Curves", losses.curves, u"there is no place for them");
@@ -148,6 +166,22 @@ void NoteRegion(ConversionNotes& notes, const Region& region, const Waveform& wa
         notes.Param(region, kParamPhaseGroup, region.phaseGroup, 0, u"the format has no phase groups");
 }
 
+std::string LabelText(const Layer& layer)
+{
+    std::u16string_view name = layer.GetName();
+    name = name.substr(0, name.find(u':')); // ranges follow
+    while (name.ends_with(u' '))
+        name.remove_suffix(1);
+    const bool isNumbered = name.starts_with(u"Layer ") && // as layers are called until they get a name
+                            name.find_first_not_of(u"0123456789", 6) == std::u16string_view::npos;
+    const auto isSpecial = [](char16_t c) {
+        return c < u' ' || std::u16string_view(u"=<>$#\"/").find(c) != std::u16string_view::npos;
+    };
+    if (isNumbered || std::ranges::any_of(name, isSpecial))
+        return {};
+    return WideToUtf8(name.substr(std::min(name.find_first_not_of(u' '), name.size())));
+}
+
 void NoteInstrument(ConversionNotes& notes, const Instrument& instrument, std::u16string_view name,
                     Generation generation)
 {
@@ -158,7 +192,8 @@ void NoteInstrument(ConversionNotes& notes, const Instrument& instrument, std::u
     NoteLocation(notes, instrument);
     NoteEffects(notes, instrument, generation);
     for (const Layer* layer : instrument.Layers())
-        notes.LayerName(*layer);
+        if (generation == Generation::First || LabelText(*layer).empty())
+            notes.LayerName(*layer);
 }
 
 void NoteSample(ConversionNotes& notes, const Waveform& wave, std::u16string_view fileName, DataFormat format)

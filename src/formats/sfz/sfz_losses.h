@@ -26,6 +26,9 @@ void TellLosses(Host& host, const ReadLosses& losses);
 /// @param record  with its loop; @param loop  that the region has
 void NoteRegion(ConversionNotes& notes, const Region& region, const Waveform& wave, const Record& record,
                 const LoopInfo& loop);
+/// The layer's name as the value of an opcode; "" if it has none, or one that would be read as something
+/// else.
+std::string LabelText(const Layer& layer);
 /// Texts, names of layers, location and effects.
 /// @param name  of the file
 void NoteInstrument(ConversionNotes& notes, const Instrument& instrument, std::u16string_view name,

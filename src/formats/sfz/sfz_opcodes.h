@@ -57,6 +57,8 @@ enum Op : std::size_t {
     kSeqPosition,
     kGroup,
     kOffBy,
+    kOffMode,
+    kOffTime,
     kDelay,
     kDelaySamples,
     kFirstSoundOp, ///< from here on: the articulation's
@@ -119,7 +121,8 @@ enum class ValueKind : std::uint8_t {
     Curve,
     Trigger,
     FilterType,
-    EqType
+    EqType,
+    OffMode
 };
 enum class Generation : std::uint8_t { First, Second };
 
@@ -145,6 +148,8 @@ const OpcodeRow* RowOf(std::size_t op) noexcept;
 inline constexpr double kNoLoop = 0, kOneShot = 1, kLoopContinuous = 2, kLoopSustain = 3;
 inline constexpr double kLoopForward = 0, kLoopBackward = 1, kLoopAlternate = 2;
 inline constexpr double kTriggerAttack = 0, kTriggerRelease = 1, kTriggerReleaseKey = 2;
+inline constexpr double kOffFast = 0, kOffNormal = 1, kOffTimed = 2;
+inline constexpr double kOffSeconds = 0.006; ///< off_time that is not given
 /// Filters of fil_type behind the model's own types 1 to 12.
 inline constexpr double kFilPeak = 13, kFilHighShelf = 14, kFilLowShelf = 15;
 
@@ -188,6 +193,7 @@ struct Record {
     std::map<unsigned, FlexEnvelope> envelopes;
     std::map<unsigned, FlexLfo> lfos;
     std::string sample; ///< with its default path; "" for none
+    std::string label;  ///< of the group, else of the master
 
     double& operator[](std::size_t op) { return values[op]; }
     double operator[](std::size_t op) const { return values[op]; }

@@ -1,6 +1,7 @@
 // Reading SFZ: levels of opcodes become an instrument, its layers and their regions.
 #include "base/last_error.h"
 #include "base/path.h"
+#include "formats/save_all.h"
 #include "formats/sfz/sfz.h"
 #include "formats/sfz/sfz_effects.h"
 #include "formats/sfz/sfz_losses.h"
@@ -23,6 +24,7 @@ constexpr std::size_t kMaxRegions = std::size_t{1} << 18;
 /// Regions on top of each other in one group.
 constexpr std::size_t kMaxStacked = 512;
 constexpr std::size_t kMaxOpcodeNames = 1000; ///< in reports
+constexpr std::size_t kShownValue = 20;
 constexpr int kOctave = 12;
 
 std::string Lower(std::string_view text)
@@ -142,12 +144,15 @@ private:
         if (name == "sample") {
             record.sample = value.starts_with('*') || value.empty() ? std::string(value)
                                                                     : defaultPath_ + std::string(value);
+        } else if ((level_ == Level::Group && name == "group_label") ||
+                   (level_ == Level::Master && name == "master_label")) {
+            record.label = value;
         } else if (const OpcodeRow* row = FindOpcode(name)) {
             double number = 0;
             if (ParseValue(*row, value, number))
                 Store(record, *row, number);
             else
-                Lose(name);
+                Lose(name + "=" + std::string(value.substr(0, kShownValue)));
         } else if (!TakeFlexOpcode(record, name, value)) {
             Lose(name);
         }
@@ -296,7 +301,7 @@ private:
         if (stack_.size() == kMaxStacked)
             return nullptr;
         stack_.push_back(std::make_unique<Place>());
-        stack_.back()->layer = &instrument_.AddLayer();
+        stack_.back()->layer = &instrument_.AddLayer(ToWide(group_.label));
         stack_.back()->grid.Add(zone);
         layers_.emplace_back(stack_.back()->layer, ArticulationBlock());
         UnitLosses none;
@@ -386,7 +391,17 @@ bool ReadSfz(Collection& collection, FileObject& file, std::uint32_t /*variant*/
     place.folder = DirectoryOf(path);
     place.file = path;
     place.isNowhere = path.empty() || path.starts_with(u'<');
-    return sfz::ReadText(collection, text, place);
+    if (!sfz::ReadText(collection, text, place))
+        return false;
+    // A text has no place for the MIDI location; files of a bank may be named by it.
+    for (Instrument& instrument : collection.All<Instrument>()) {
+        std::u16string name(instrument.GetName());
+        if (const std::optional<MidiLocation> location = TakeProgram(name)) {
+            instrument.location = *location;
+            instrument.SetName(name);
+        }
+    }
+    return true;
 }
 
 } // namespace vimbo

@@ -64,9 +64,22 @@ bool HoldSame(std::u16string_view a, std::u16string_view b)
     return true;
 }
 
+/// True for names that need no change; what fits names into a length also moves their endings apart.
+bool IsFileName(std::u16string_view name) noexcept
+{
+    constexpr std::u16string_view kReserved = u"*./:?\\\x7F\"|<>=";
+    const auto isPlain = [=](char16_t c) {
+        return c >= u' ' && kReserved.find(c) == std::u16string_view::npos;
+    };
+    return !name.empty() && name.size() <= kMaxNameUnits && name.front() != u' ' && name.back() != u' ' &&
+           std::ranges::all_of(name, isPlain);
+}
+
 /// Names that opcodes can hold.
 std::u16string FileNameOf(std::u16string_view name)
 {
+    if (IsFileName(name))
+        return std::u16string(name);
     std::u16string legal = SanitizeFileName(name, kMaxNameUnits);
     std::ranges::replace(legal, u'=', u'-');
     while (!legal.empty() && legal.back() == u' ')

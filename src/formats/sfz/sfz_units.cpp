@@ -214,6 +214,26 @@ void WriteFilter(const ArticulationBlock& block, Generation generation, Record& 
     out[kFilType] = FilterWordOf(block[kArtFilterType], generation);
 }
 
+// How long a region fades that another one turns off. A time of its own counts whether or not the mode says
+// so.
+
+void ReadShutdown(const Record& record, ArticulationBlock& block)
+{
+    const double mode = record[kOffMode], seconds = record[kOffTime];
+    if (mode == kOffNormal)
+        SetValue(block, kArtShutdownRate, std::max(record[kAmpEg + kEgRelease], kOffSeconds));
+    else if (mode == kOffTimed || seconds != kOffSeconds)
+        SetValue(block, kArtShutdownRate, seconds);
+}
+
+void WriteShutdown(const ArticulationBlock& block, Generation generation, Record& out)
+{
+    if (generation == Generation::First || block[kArtShutdownRate] == DefaultArticulation()[kArtShutdownRate])
+        return;
+    out[kOffMode] = kOffTimed;
+    out[kOffTime] = block[kArtShutdownRate];
+}
+
 } // namespace
 
 ArticulationBlock ToArticulation(const Record& record, UnitLosses& losses)
@@ -226,6 +246,7 @@ ArticulationBlock ToArticulation(const Record& record, UnitLosses& losses)
     ReadEqs(record, block);
     ReadLfos(record, block, losses);
     ReadEnvelopes(record, block, losses);
+    ReadShutdown(record, block);
     if (record[kLoopMode] == kOneShot)
         block.Set(EnvelopeBase(EnvelopeIndex::Volume) + kEnvReleaseMode,
                   static_cast<float>(ReleaseMode::NoRelease));
@@ -242,6 +263,7 @@ void FromArticulation(const ArticulationBlock& block, Generation generation, Rec
     WriteEqs(block, out);
     WriteLfos(block, generation, out);
     WriteEnvelopes(block, generation, out);
+    WriteShutdown(block, generation, out);
     if (generation == Generation::First)
         for (std::size_t op = kFirstSoundOp; op < kOps; ++op)
             if (RowOf(op)->since == Generation::Second)

@@ -52,6 +52,9 @@ constexpr Word kWords[] = {
     {EqType, "peak", 0},
     {EqType, "lshelf", 1},
     {EqType, "hshelf", 2},
+    {OffMode, "fast", kOffFast},
+    {OffMode, "normal", kOffNormal},
+    {OffMode, "time", kOffTimed},
 };
 
 std::string Lower(std::string_view text)

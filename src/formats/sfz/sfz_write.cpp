@@ -65,6 +65,7 @@ struct OutRegion {
 };
 struct OutGroup {
     Record record;
+    std::string label;
     std::vector<OutRegion> regions;
 };
 
@@ -92,7 +93,7 @@ public:
         AppendEffects(out);
         AppendLevel(out, "<global>", global_, Record());
         for (OutGroup& group : groups_) {
-            AppendLevel(out, "<group>", group.record, global_);
+            AppendLevel(out, "<group>" + group.label, group.record, global_);
             for (OutRegion& region : group.regions)
                 if (!AppendRegion(out, files, below, region, group.record))
                     return false;
@@ -106,6 +107,7 @@ private:
     {
         for (const Layer* layer : instrument_.Layers()) {
             OutGroup group;
+            group.label = LabelOf(*layer);
             FromArticulation(layer->articulation, generation_, group.record);
             RoundToText(group.record);
             for (const Region* region : layer->Regions())
@@ -189,6 +191,13 @@ private:
                 out += " type=" + std::string(WordOf(fx.type));
             out += '\n';
         }
+    }
+
+    /// The name of a layer; the first generation has no opcode for it.
+    std::string LabelOf(const Layer& layer) const
+    {
+        const std::string name = LabelText(layer);
+        return generation_ == Generation::First || name.empty() ? "" : " group_label=" + name;
     }
 
     static void AppendLevel(std::string& out, std::string_view header, const Record& record,

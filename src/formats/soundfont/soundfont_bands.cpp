@@ -37,6 +37,7 @@ std::vector<OutLayer> BandsOf(const OutLayer& layer, BandAxis axis)
             OutLayer fresh;
             fresh.layer = layer.layer;
             fresh.name = layer.name;
+            fresh.isNamed = layer.isNamed;
             fresh.*shared = range;
             band = bands.insert(bands.end(), std::move(fresh));
         }

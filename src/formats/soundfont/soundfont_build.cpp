@@ -132,11 +132,20 @@ MidiRange RangeFor(const std::vector<OutZone>& zones, MidiRange layer, MidiRange
     return isNeeded && all([&](MidiRange own) { return layer.Contains(own); }) ? layer : MidiRange();
 }
 
+/// Without the ranges that its shown name ends with.
 std::string NameOfLayer(const Layer& layer, std::size_t number)
 {
     const std::u16string_view name = layer.GetName();
     std::string base = CutName(NarrowNameOf(name.substr(0, name.find(u':'))));
     return !base.empty() ? base : "Layer " + std::to_string(number);
+}
+
+/// True for the name that layers have until they are given one.
+bool IsNumbered(std::string_view name) noexcept
+{
+    constexpr std::string_view kStem = "Layer ";
+    return name.starts_with(kStem) &&
+           name.find_first_not_of("0123456789", kStem.size()) == std::string_view::npos;
 }
 
 /// The range from the lowest to the highest edge.
@@ -158,6 +167,7 @@ void AddLayer(std::vector<OutLayer>& layers, const Layer& layer, std::vector<Out
     OutLayer& out = layers.emplace_back();
     out.layer = &layer;
     out.name = NameOfLayer(layer, layers.size());
+    out.isNamed = !IsNumbered(out.name);
     out.keys = RangeFor(zones, layer.trigger.keys, &OutZone::keys);
     out.velocities = RangeFor(zones, layer.trigger.velocities, &OutZone::velocities);
     out.isRight = std::ranges::all_of(

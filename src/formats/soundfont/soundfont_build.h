@@ -57,6 +57,7 @@ struct OutLayer {
     std::string name;
     MidiRange keys, velocities; ///< hold all zones
     std::vector<OutZone> zones;
+    bool isNamed = true;    ///< false: `name` only says which layer of the preset it is
     bool isRight = false;   ///< all zones play the right halves of pairs
     bool mayDivide = false; ///< the layer's ranges are those that layers joined from parts have
 };
@@ -96,22 +97,29 @@ std::vector<OutLayer> BandsOf(const OutLayer& layer, BandAxis axis);
 /// none of them has room in an earlier layer.
 std::vector<bool> FindDividable(const std::vector<OutLayer>& layers, BandAxis axis);
 
-enum class DivideLayers : bool { No, Yes };
+/// How much of the layers is kept; less of it takes fewer records.
+enum class Packing {
+    Layers,  ///< each is a zone of its preset
+    Bands,   ///< those that come back as one layer are written as bands where that takes fewer generators
+    Tightest ///< any may become bands, and layers of different names share an instrument record
+};
 
-/// Puts presets into tables. Layers of one name whose zones differ by the same amounts share an instrument
-/// record, and hold the difference in the preset.
+/// Puts presets into tables. Layers of one name, or without a name, whose zones differ by the same amounts
+/// share an instrument record, and hold the difference in the preset.
 class TablePacker {
 public:
-    /// @param divideLayers  write layers as bands where that takes fewer generators
     /// @param major  version of the bank; in version 1 presets cannot hold a difference
-    TablePacker(DivideLayers divideLayers, unsigned major) noexcept
-        : divideLayers_(divideLayers), isVersion1_(major == kVersion1)
+    TablePacker(Packing packing, unsigned major) noexcept : packing_(packing), isVersion1_(major == kVersion1)
     {
     }
     void Add(const OutPreset& preset, std::vector<OutLayer> layers);
     /// Adds the terminal records. @return false if more was added than the tables hold
     [[nodiscard]] bool Finish();
     bool IsFull() const noexcept;
+    /// What there is most of beyond what a table holds, such as "70000 generators of instruments"; more may
+    /// be added to a full one for that, up to a limit.
+    std::u16string Excess() const;
+    bool IsBeyondCounting() const noexcept;
     const OutTables& Tables() const noexcept { return tables_; }
 
 private:
@@ -121,8 +129,9 @@ private:
     std::size_t CostOf(std::span<const OutLayer> bands) const;
 
     std::optional<Zone> DifferenceFrom(const OutLayer& layer, const OutLayer& held) const noexcept;
+    bool MaySharePlace(const OutLayer& layer, const OutLayer& held) const noexcept;
 
-    DivideLayers divideLayers_;
+    Packing packing_;
     bool isVersion1_;
     OutTables tables_;
     std::vector<OutLayer> instruments_; ///< what the records hold

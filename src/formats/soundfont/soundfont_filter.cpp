@@ -1,6 +1,8 @@
 // The filter of a zone.
 #include "formats/soundfont/soundfont_unit_parts.h"
 
+#include <algorithm>
+
 namespace vimbo::sf2 {
 namespace {
 
@@ -53,7 +55,9 @@ void ReadFilter(const Zone& zone, ArticulationBlock& out)
     out.Set(kArtFilterType, static_cast<float>(FilterType::LowPass12));
     out.Set(kArtResonance, Stored(kArtResonance, zone.generators[kGenResonance] * 0.1));
     ReadSlots(zone, kFilterSlots, out);
-    out.Set(kArtCutoff, StoredCutoff(zone.generators[kGenCutoff], CutoffFactor(out)));
+    // The sum of instrument and preset may be lower; players stop at the generator's own limit.
+    const int cents = std::max(zone.generators[kGenCutoff], LimitsOf(kGenCutoff).minimum);
+    out.Set(kArtCutoff, StoredCutoff(cents, CutoffFactor(out)));
 }
 
 void WriteFilter(const ArticulationBlock& block, Zone& out) noexcept

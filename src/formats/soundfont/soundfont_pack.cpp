@@ -1,4 +1,5 @@
 // Zones in as few records as say the same.
+#include "base/text.h"
 #include "formats/soundfont/soundfont_build.h"
 #include "formats/soundfont/soundfont_unit_parts.h"
 #include "formats/soundfont/soundfont_units1.h"
@@ -9,11 +10,15 @@
 #include <iterator>
 #include <optional>
 #include <span>
+#include <string>
+#include <utility>
 
 namespace vimbo::sf2 {
 namespace {
 
 constexpr std::size_t kMaxRecords = 65535; ///< of a table, the terminal one left out
+/// No more are counted to tell how far a bank is too large.
+constexpr std::size_t kMaxCounted = std::size_t{1} << 24;
 constexpr std::size_t kFirstWrittenSlot = 8;
 /// Velocity to attenuation of the standard's own default modulators: a concave curve.
 constexpr std::uint16_t kConcaveVelocity = 0x0502;
@@ -239,7 +244,7 @@ bool IsSameShape(const OutZone& one, const OutZone& other, const Zone& differenc
 /// The difference if `layer` is `held` but for an amount that is the same in all zones.
 std::optional<Zone> DifferenceOf(const OutLayer& layer, const OutLayer& held) noexcept
 {
-    if (layer.name != held.name || layer.zones.size() != held.zones.size())
+    if (layer.zones.size() != held.zones.size())
         return std::nullopt;
     const Zone difference = Difference(layer.zones.front().values, held.zones.front().values);
     for (std::size_t i = 0; i < kGenerators; ++i)
@@ -252,11 +257,13 @@ std::optional<Zone> DifferenceOf(const OutLayer& layer, const OutLayer& held) no
 }
 
 /// Equal for layers that have a difference.
-std::uint64_t HashOf(const OutLayer& layer) noexcept
+/// @param byName  only if they also have one name
+std::uint64_t HashOf(const OutLayer& layer, bool byName) noexcept
 {
     WordHash hash;
     const auto add = [&](auto number) { hash.Add(static_cast<std::uint64_t>(number)); };
-    std::ranges::for_each(layer.name, add);
+    if (byName && layer.isNamed)
+        std::ranges::for_each(layer.name, add);
     const auto& first = layer.zones.front().values.generators;
     const auto& relative = RelativeBits();
     for (const OutZone& zone : layer.zones) {
@@ -275,8 +282,41 @@ std::uint64_t HashOf(const OutLayer& layer) noexcept
 /// Presets of version 1 only say what instruments leave open.
 std::optional<Zone> TablePacker::DifferenceFrom(const OutLayer& layer, const OutLayer& held) const noexcept
 {
+    if (!MaySharePlace(layer, held))
+        return std::nullopt;
     const std::optional<Zone> difference = DifferenceOf(layer, held);
     return isVersion1_ && difference && *difference != Zone() ? std::nullopt : difference;
+}
+
+/// Readers give the record's name to the layer.
+bool TablePacker::MaySharePlace(const OutLayer& layer, const OutLayer& held) const noexcept
+{
+    return packing_ == Packing::Tightest ||
+           (layer.isNamed == held.isNamed && (!layer.isNamed || layer.name == held.name));
+}
+
+std::u16string TablePacker::Excess() const
+{
+    const std::pair<std::size_t, std::u16string_view> counts[] = {
+        {tables_.instrumentZones.generators.size(), u"generators of instruments"},
+        {tables_.presetZones.generators.size(), u"generators of presets"},
+        {tables_.instrumentZones.modulators.size(), u"modulators of instruments"},
+        {tables_.presetZones.modulators.size(), u"modulators of presets"},
+        {tables_.instrumentZones.bags.size(), u"zones of instruments"},
+        {tables_.presetZones.bags.size(), u"zones of presets"},
+        {tables_.instruments.size(), u"instruments"},
+        {tables_.presets.size(), u"presets"}};
+    const auto& [count, what] =
+        *std::ranges::max_element(counts, {}, [](const auto& row) { return row.first; });
+    return (IsBeyondCounting() ? u"more than " : u"") + Utf8ToWide(std::to_string(count)) + u" " +
+           std::u16string(what);
+}
+
+bool TablePacker::IsBeyondCounting() const noexcept
+{
+    return tables_.presetZones.generators.size() + tables_.instrumentZones.generators.size() +
+               tables_.presetZones.modulators.size() + tables_.instrumentZones.modulators.size() >
+           kMaxCounted;
 }
 
 bool TablePacker::IsFull() const noexcept
@@ -300,7 +340,7 @@ const OutLayer* TablePacker::FindShared(const OutLayer& layer, std::uint64_t has
 
 std::size_t TablePacker::InstrumentFor(OutLayer& layer)
 {
-    const std::uint64_t hash = HashOf(layer);
+    const std::uint64_t hash = HashOf(layer, packing_ != Packing::Tightest);
     if (std::size_t place = 0; FindShared(layer, hash, &place) != nullptr)
         return place;
     InstrumentHeader header;
@@ -319,7 +359,7 @@ std::size_t TablePacker::CostOf(std::span<const OutLayer> bands) const
     std::size_t cost = 0;
     std::unordered_multimap<std::uint64_t, const OutLayer*> fresh;
     for (const OutLayer& band : bands) {
-        const std::uint64_t hash = HashOf(band);
+        const std::uint64_t hash = HashOf(band, packing_ != Packing::Tightest);
         const OutLayer* held = FindShared(band, hash, nullptr);
         const auto [first, last] = fresh.equal_range(hash);
         for (auto found = first; held == nullptr && found != last; ++found)
@@ -350,7 +390,7 @@ std::vector<OutLayer> TablePacker::Divided(std::vector<OutLayer> layers) const
         std::vector<OutLayer> best; // empty: the layer as it is
         std::size_t least = CostOf(std::span(&layers[i], 1));
         for (std::size_t axis = 0; axis < kAxes.size(); ++axis) {
-            if (!dividable[axis][i])
+            if (!dividable[axis][i] && packing_ != Packing::Tightest)
                 continue;
             std::vector<OutLayer> bands = BandsOf(layers[i], kAxes[axis]);
             const std::size_t cost = CostOf(bands);
@@ -368,7 +408,7 @@ std::vector<OutLayer> TablePacker::Divided(std::vector<OutLayer> layers) const
 
 void TablePacker::Add(const OutPreset& preset, std::vector<OutLayer> layers)
 {
-    if (divideLayers_ == DivideLayers::Yes)
+    if (packing_ != Packing::Layers)
         layers = Divided(std::move(layers));
     PresetHeader header{};
     header.name = NameField(preset.name);
@@ -378,7 +418,7 @@ void TablePacker::Add(const OutPreset& preset, std::vector<OutLayer> layers)
     tables_.presets.push_back(header);
     std::vector<Zone> differences(layers.size());
     std::vector<ZoneRecord> records;
-    for (std::size_t i = 0; i < layers.size() && !IsFull(); ++i) {
+    for (std::size_t i = 0; i < layers.size() && !IsBeyondCounting(); ++i) {
         const MidiRange keys = layers[i].keys, velocities = layers[i].velocities;
         const Zone first = layers[i].zones.front().values;
         const std::size_t place = InstrumentFor(layers[i]);

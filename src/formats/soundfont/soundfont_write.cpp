@@ -1,12 +1,14 @@
 // Writing SoundFont banks. All tables and sizes are settled before the first byte is written; the samples
 // then go from their sources to the file in pieces.
 #include "base/last_error.h"
+#include "base/text.h"
 #include "formats/soundfont/soundfont.h"
 #include "formats/soundfont/soundfont_chunks.h"
 #include "formats/wave/wave_records.h"
 #include "model/collection.h"
 
 #include <limits>
+#include <utility>
 
 namespace vimbo {
 namespace sf2 {
@@ -22,9 +24,11 @@ constexpr std::u16string_view kTooManyValues1 =
     u"Save failed - Too many 'parameter' values!\nThe SBK format can handle a maximum of 65536 parameter "
     u"values...\n";
 
-bool FailFull(unsigned major)
+/// @param excess  what there is too much of, and how many
+bool FailFull(unsigned major, const std::u16string& excess)
 {
-    return Fail(major == kVersion1 ? kTooManyValues1 : kTooManyValues);
+    const std::u16string_view limit = major == kVersion1 ? kTooManyValues1 : kTooManyValues;
+    return Fail(std::u16string(limit) + u"This bank would take " + excess + u".\n");
 }
 
 /// Puts the parts of the file together around the data.
@@ -149,29 +153,31 @@ void NoteWidths(Host& host, const SampleList& list, const Streams& streams, bool
             NoteWidth(notes, list.samples[i], streams.places[i].bits);
 }
 
+/// @param countAll  goes on when the tables are too small, to find how much there is
 /// @return false if the tables are too small
 bool Pack(const std::vector<OutPreset>& presets, const SampleList& samples, unsigned major, ZoneCache& cache,
-          TablePacker& packer, ConversionNotes* notes)
+          TablePacker& packer, ConversionNotes* notes, bool countAll)
 {
+    const auto isDone = [&] { return countAll ? packer.IsBeyondCounting() : packer.IsFull(); };
     for (const OutPreset& preset : presets) {
-        if (notes == nullptr && packer.IsFull())
+        if (notes == nullptr && isDone())
             return false;
         std::vector<OutLayer> layers = LayersOf(*preset.instrument, samples, major, cache);
         if (notes != nullptr)
             NotePreset(*notes, preset, layers, samples);
-        if (!packer.IsFull())
+        if (!isDone())
             packer.Add(preset, std::move(layers));
     }
     return packer.Finish();
 }
 
-/// All tables, null with the Last error text if they do not fit. A layer is a zone of its preset unless the
-/// tables are too small for that.
+/// All tables, null with the Last error text if they do not fit. As much of the layers is kept as the tables
+/// have room for.
 std::unique_ptr<TablePacker> PackTables(const ExportSet& set, const SampleList& samples, const Item& root,
                                         unsigned major)
 {
     if (samples.samples.size() > kMaxSamples) {
-        FailFull(major);
+        FailFull(major, Utf8ToWide(std::to_string(samples.samples.size())) + u" samples");
         return nullptr;
     }
     ConversionNotes notes(root.Owner().GetHost());
@@ -181,13 +187,15 @@ std::unique_ptr<TablePacker> PackTables(const ExportSet& set, const SampleList& 
     if (root.Kind() == ItemKind::Collection)
         NoteBankTexts(notes, static_cast<const TextItem&>(root));
     ZoneCache cache;
-    auto packer = std::make_unique<TablePacker>(DivideLayers::No, major);
-    if (Pack(presets, samples, major, cache, *packer, notes.IsWanted() ? &notes : nullptr))
-        return packer;
-    packer = std::make_unique<TablePacker>(DivideLayers::Yes, major);
-    if (Pack(presets, samples, major, cache, *packer, nullptr))
-        return packer;
-    FailFull(major);
+    ConversionNotes* told = notes.IsWanted() ? &notes : nullptr;
+    for (const Packing packing : {Packing::Layers, Packing::Bands, Packing::Tightest}) {
+        const bool isLast = packing == Packing::Tightest;
+        auto packer = std::make_unique<TablePacker>(packing, major);
+        if (Pack(presets, samples, major, cache, *packer, std::exchange(told, nullptr), isLast))
+            return packer;
+        if (isLast)
+            FailFull(major, packer->Excess());
+    }
     return nullptr;
 }
 

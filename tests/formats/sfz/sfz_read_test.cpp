@@ -50,6 +50,10 @@ TEST(SfzRead, OpcodesToParameters)
         double value;
     } kCases[] = {
         {"amp_veltrack=50", kArtVelToVolume, 48},
+        {"off_time=0.5", kArtShutdownRate, 0.5},
+        {"off_mode=time", kArtShutdownRate, 0.006},
+        {"off_mode=normal ampeg_release=2", kArtShutdownRate, 2},
+        {"off_mode=fast ampeg_release=2", kArtShutdownRate, 0.015},
         {"amp_keytrack=1", kArtKeyToVolume, 12},
         {"amp_keytrack=1 amp_keycenter=48 volume=-3", kArtVolume, 9},
         {"volume=-6.5", kArtVolume, -6.5},
@@ -212,6 +216,56 @@ TEST(SfzRead, KeysAreShiftedAndRootsFollow)
     EXPECT_EQ(cc.host.Count(u"Regions"), 1u);
 }
 
+TEST(SfzRead, LabelsNameLayers)
+{
+    Read read("<master> master_label=All of them <group> <region> sample=w.wav region_label=One\n"
+              "<group> group_label=Hard <region> sample=w.wav <region> sample=w.wav sw_label=On <group> "
+              "<region> sample=w.wav <master> <region> sample=w.wav");
+    std::vector<std::u16string> names;
+    for (const Layer& layer : read.items.All<Layer>())
+        names.emplace_back(layer.GetName());
+    EXPECT_EQ(names,
+              (std::vector<std::u16string>{u"All of them", u"Hard", u"Hard", u"All of them", u"Layer 5"}));
+    EXPECT_EQ(read.host.Count(u"Opcode group_label") + read.host.Count(u"Opcode master_label"), 0u);
+    ASSERT_EQ(read.host.notes.size(), 2u);
+    EXPECT_EQ(read.host.notes[0].reason, u"it is for display only");
+}
+
+TEST(SfzRead, TextsThatAreMergedShareTheirSamples)
+{
+    const SfzFolder folder;
+    folder.PutWave("samples/w.wav", 300, 1, true);
+    folder.PutWave("other/w.wav", 300, 1, true);
+    folder.Put("0-1-5 - Piano.sfz",
+               "<region> sample=samples/w.wav key=50 <region> sample=other/w.wav key=40");
+    folder.Put("d0-0-9 - Kit - old.sfz",
+               "<region> sample=other/../samples/w.wav key=70 loop_end=149\n"
+               "<region> sample=SAMPLES\\w.wav pitch_keycenter=71 loop_mode=no_loop\n"
+               "<region> sample=other/w.wav key=40");
+    folder.Put("1-2-128 - Pad.sfz", "<region> sample=samples/w.wav key=50");
+    Collection items;
+    for (const char* name : {"0-1-5 - Piano.sfz", "d0-0-9 - Kit - old.sfz", "1-2-128 - Pad.sfz"})
+        ASSERT_TRUE(MergeFile(items, folder.Wide(name))) << name;
+    EXPECT_TRUE(IsConsistent(items));
+    EXPECT_EQ(items.CountOf(ItemKind::Waveform), 2u) << "one for each file";
+    std::vector<std::tuple<int, LoopType, double>> sounds;
+    for (const Region& region : items.All<Region>()) {
+        const LoopInfo loop = GetEffectiveLoop(region);
+        sounds.emplace_back(region.EffectiveRootKey(), loop.type, loop.end);
+    }
+    const std::vector<std::tuple<int, LoopType, double>> wanted = {
+        {50, LoopType::Forward, 200}, {40, LoopType::Forward, 200}, {70, LoopType::Forward, 150},
+        {71, LoopType::Off, 200},     {40, LoopType::Forward, 200}, {50, LoopType::Forward, 200}};
+    EXPECT_EQ(sounds, wanted);
+    std::vector<std::pair<std::u16string, std::uint32_t>> places;
+    for (const Instrument& each : items.All<Instrument>())
+        places.emplace_back(each.GetName(), each.location.word);
+    EXPECT_EQ(places, (std::vector<std::pair<std::u16string, std::uint32_t>>{
+                          {u"Piano", (1u << MidiLocation::kBankLsbShift) + 5},
+                          {u"Kit - old", MidiLocation::kDrumBit + 9},
+                          {u"1-2-128 - Pad", 0}}));
+}
+
 TEST(SfzRead, GroupsThatOthersTurnOff)
 {
     Read read("<region> sample=w.wav key=42 group=70001 <region> sample=w.wav key=46 group=5 off_by=7 "
@@ -283,7 +337,7 @@ TEST(SfzRead, WhatIsMissingIsToldOnce)
     EXPECT_EQ(read.host.Count(u"Generated sound *sine"), 2u);
     EXPECT_EQ(read.host.Count(u"Opcode sw_last"), 2u);
     EXPECT_EQ(read.host.Count(u"Opcode cutoff2"), 1u);
-    EXPECT_EQ(read.host.Count(u"Opcode volume"), 1u) << "it has no number";
+    EXPECT_EQ(read.host.Count(u"Opcode volume=loud"), 1u) << "it has no number";
     EXPECT_EQ(read.host.Count(u"Regions"), 1u) << "without a sample";
     ASSERT_EQ(read.host.messages.size(), 2u);
     EXPECT_EQ(read.host.messages[0], "Couldn't openwave\nnone.wav");

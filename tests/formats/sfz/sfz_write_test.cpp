@@ -313,8 +313,11 @@ TEST(SfzWrite, WhatIsLostIsTold)
     instrument.channelFx[1] = kDefaultReverb;
     instrument.channelFx[2] = {ChannelFxType::Chorus, {4, 0, 0}, {0.1f}};
     instrument.channelFx[3].type = ChannelFxType::Tremolo;
-    Layer& layer = instrument.AddLayer(u"Bright");
+    Layer& layer = instrument.AddLayer(u"Bright  one, 2 (L)");
+    instrument.AddLayer(u"key=3").AddRegion(wave.Handle());
+    instrument.AddLayer().AddRegion(wave.Handle());
     Region& region = layer.AddRegion(wave.Handle());
+    region.SetParam(kArtShutdownRate, 0.25f);
     region.SetParam(kArtSend + kSendParams, 0.5f);
     // Lower notes of longer decay; levels that six stages do not have.
     region.SetParam(kVEnv + kEnvDecay1Time, 0.25f);
@@ -333,6 +336,7 @@ TEST(SfzWrite, WhatIsLostIsTold)
                                                   {u"Channel effect 4", 1}, {u"Name", 2},
                                                   {u"Samples", 1},          {u"Phase group", 1}};
     EXPECT_EQ(lost, wanted);
+    EXPECT_TRUE(std::filesystem::exists(folder.Path("w_ x.wav")));
     EXPECT_NE(folder.Get("x.sfz").find("<effect>\n\n<effect> type=fverb\n\n<effect> type=chorus\n\n"),
               std::string::npos)
         << folder.Get("x.sfz");
@@ -341,6 +345,11 @@ TEST(SfzWrite, WhatIsLostIsTold)
     const Instrument& back = *read.List<Instrument>().front();
     EXPECT_EQ(back.channelFx[1], kDefaultReverb);
     const Region& held = *read.List<Region>().front();
+    EXPECT_EQ(back.Layers()[0]->GetName(), u"Bright  one, 2 (L)");
+    EXPECT_EQ(back.Layers()[1]->GetName(), u"Layer 2") << "it would be read as an opcode";
+    EXPECT_EQ(back.Layers()[1]->Regions()[0]->articulation[kArtShutdownRate], 0.015f);
+    EXPECT_EQ(folder.Get("x.sfz").find("Layer 3"), std::string::npos);
+    EXPECT_FLOAT_EQ(held.articulation[kArtShutdownRate], 0.25f);
     EXPECT_FLOAT_EQ(held.articulation[kArtSend + kSendParams], 0.5f);
     for (const ParamId offset :
          {kEnvDecay1Time, kEnvDecay1Level, kEnvDecay2Time, kEnvSustain, kEnvRelease1Rate})

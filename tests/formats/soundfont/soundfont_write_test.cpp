@@ -188,6 +188,47 @@ TEST(SoundFontWrite, ZonesThatDifferByAnAmountShareAnInstrument)
     EXPECT_EQ(bank.InstrumentZones(1), "43=2570 51=2 53=0 | 43=5140 51=3 53=0 ");
 }
 
+TEST(SoundFontWrite, LayersWithoutNamesShareInstrumentsToo)
+{
+    Collection items;
+    Waveform& wave = AddWave(items, u"Wave", 64);
+    for (const unsigned program : {0u, 1u, 2u}) {
+        Instrument& instrument = AddInstrument(items, u"I", program);
+        Layer& other = instrument.AddLayer(program == 2 ? u"Own" : u"");
+        other.AddRegion(wave.Handle(), {60, 60}).articulation.Set(kArtTuning, program == 1 ? 2.0f : 0.0f);
+        instrument.AddLayer().AddRegion(wave.Handle(), {60, 60}).articulation.Set(kArtTuning, 1);
+    }
+    const Bank bank(Write(items));
+    EXPECT_EQ(bank.tables.instruments.size(), 2u + 1);
+    EXPECT_EQ(bank.PresetZones(0), "41=0 | 51=1 41=0 ");
+    EXPECT_EQ(bank.PresetZones(1), "51=2 41=0 | 51=1 41=0 ");
+    EXPECT_EQ(bank.PresetZones(2), "41=1 | 51=1 41=0 ");
+}
+
+TEST(SoundFontWrite, NamesOfLayersGoBeforeABankIsRefused)
+{
+    // 200 zones, all different, in each of 80 presets: 16,000 zones alone, 200 if they are shared.
+    Collection items;
+    Waveform& wave = AddWave(items, u"Wave", 64);
+    for (unsigned program = 0; program < 80; ++program) {
+        Layer& layer =
+            AddInstrument(items, u"I", program).AddLayer(u"Of " + Utf8ToWide(std::to_string(program)));
+        for (unsigned i = 0; i < 200; ++i) {
+            const auto key = static_cast<std::uint8_t>(i % 100);
+            const MidiRange velocities = i < 100 ? MidiRange{0, 63} : MidiRange{64, 127};
+            ArticulationBlock& block = layer.AddRegion(wave.Handle(), {key, key}, velocities).articulation;
+            block.Set(kArtTuning, static_cast<float>(i) * 0.01f);
+            block.Set(kArtPan, static_cast<float>(i) * 0.01f - 0.99f);
+            block.Set(kArtVolume, static_cast<float>(i) * -0.1f - 1);
+            block.Set(kArtVelToVolume, static_cast<float>(i) * 0.1f + 20);
+            block.Set(kArtSend, static_cast<float>(i) * 0.004f + 0.1f);
+        }
+    }
+    const Bank bank(Write(items));
+    EXPECT_EQ(bank.tables.presets.size(), 80u + 1);
+    EXPECT_EQ(bank.tables.instruments.size(), 2u + 1) << "one for each band of velocities";
+}
+
 TEST(SoundFontWrite, SecondWritingGivesTheSameBytes)
 {
     Collection items;
@@ -406,11 +447,17 @@ TEST(SoundFontWrite, TooManyValuesAreRefusedUnlessZonesCanShareThem)
             const Written first = Write(items, kVersion1Choice);
             EXPECT_FALSE(first.good);
             EXPECT_TRUE(first.bytes.empty());
-            EXPECT_EQ(LastError(), u"Save failed - Too many 'parameter' values!\nThe SBK format can handle a "
-                                   u"maximum of 65536 parameter values...\n");
+            EXPECT_TRUE(
+                LastError().starts_with(u"Save failed - Too many 'parameter' values!\nThe SBK format can "
+                                        u"handle a maximum of 65536 parameter values...\n"));
             Write(items);
             EXPECT_TRUE(written.bytes.empty());
             EXPECT_TRUE(LastError().starts_with(u"Save failed - Too much data!\n\nThe SF2 file format is"));
+            // Two ranges, pan, two tunings and the sample for almost every one of 16,384 zones.
+            const std::u16string count = LastError().substr(LastError().find(u"This bank would take "));
+            EXPECT_GT(std::stoi(WideToUtf8(count.substr(21))), 16384 * 4) << WideToUtf8(count);
+            EXPECT_LT(std::stoi(WideToUtf8(count.substr(21))), 16384 * 6 + 10) << WideToUtf8(count);
+            EXPECT_TRUE(count.ends_with(u" generators of instruments.\n"));
             continue;
         }
         EXPECT_EQ(Bank(written).tables.instruments.size(), 1u + 1) << "one for all velocities";
