@@ -28,7 +28,7 @@ have() { command -v "$1" >/dev/null; }
 best() {
     local run start end
     for ((run = 0; run < runs; run++)); do
-        rm -f "$work"/out.*
+        rm -rf "$work"/out.*
         start=$EPOCHREALTIME
         /usr/bin/time -f '%M' -o "$work/time" "$@" >/dev/null 2>"$work/log" </dev/null || { cat "$work/log" >&2; return 1; }
         end=$EPOCHREALTIME
@@ -37,14 +37,18 @@ best() {
 }
 
 reference=""
+beside=""
+last=""
+# row NAME COMMAND...: its time beside that of the first row, whose name is $beside.
 row() {
     local name=$1 figures
     shift
     figures=$(best "$@")
     set -- $figures
+    last=$1
     [ -n "$reference" ] || reference=$1
-    awk -v n="$name" -v ms="$1" -v rss="$2" -v ref="$reference" 'BEGIN {
-        printf "  %-40s %8.1f ms  peak %4d MB  %6.2f x vimbo\n", n, ms, rss, ms / ref }'
+    awk -v n="$name" -v ms="$1" -v rss="$2" -v ref="$reference" -v beside="$beside" 'BEGIN {
+        printf "  %-40s %8.1f ms  peak %4d MB  %6.2f x %s\n", n, ms, rss, ms / ref, beside }'
 }
 
 # A song of nothing, so that fluidsynth ends when the bank is open.
@@ -54,14 +58,35 @@ printf '%s (%d MB), page cache warm, best of %d, %d cores, whole processes\n' "$
     $(($(stat -c %s "$bank") / 1000000)) "$runs" "$(nproc)"
 
 echo "Opening:"
+beside=vimbo
 row "vimbo info" "$vimbo" info "$bank"
 row "vimbo convert --dry-run" "$vimbo" convert -q --dry-run "$bank" -t sf2 -o "$work/out.sf2"
+opening=$last
 have fluidsynth && row "fluidsynth, samples when played" \
     fluidsynth -niq -F /dev/null -T raw -o synth.dynamic-sample-loading=1 "$bank" "$work/empty.mid"
 have fluidsynth && row "fluidsynth" fluidsynth -niq -F /dev/null -T raw "$bank" "$work/empty.mid"
 have sf2dump && row "sf2dump" sf2dump "$bank"
 
+# above OPENING CP: what the last row took beyond opening, in times of the copy.
+above() {
+    awk -v ms="$last" -v opening="$1" -v copy="$2" 'BEGIN {
+        printf "  %-40s %8.1f ms  %26.2f x cp\n", "  of it beyond opening", ms - opening, (ms - opening) / copy }'
+}
+
 echo "Rewriting:"
+beside=cp
 reference=""
-row "vimbo convert -t sf2" "$vimbo" convert -q --force "$bank" -t sf2 -o "$work/out.sf2"
 row "cp" cp "$bank" "$work/out.cp"
+row "vimbo convert -t sf2" "$vimbo" convert -q --force "$bank" -t sf2 -o "$work/out.sf2"
+above "$opening" "$reference"
+
+echo "Exporting all samples:"
+reference=""
+mkdir "$work/waves"
+"$vimbo" convert -q --name-mode number-name "$bank" -t wav -o "$work/waves/a.wav"
+row "cp -r of the $(find "$work/waves" -type f | wc -l) files" cp -r "$work/waves" "$work/out.cp"
+mkdir "$work/in"
+ln -s "$(realpath "$bank")" "$work/in/bank.sf2"
+row "vimbo convert -t wav" bash -c 'mkdir "$3" && "$1" convert -q "$2" -t wav -o "$3/a.wav"' - \
+    "$vimbo" "$work/in/bank.sf2" "$work/out.waves"
+above "$opening" "$reference"

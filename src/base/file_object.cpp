@@ -21,6 +21,7 @@ namespace {
 
 constexpr std::size_t kPieceBytes = 0x10000000; ///< most that one system call is asked for
 constexpr std::size_t kLookAheadBytes = 4096;
+constexpr std::uint64_t kWorthReserving = 0x100000; ///< less is found as quickly without
 constexpr auto kMaxPosition = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
 static_assert(sizeof(off_t) == 8);
 
@@ -248,6 +249,12 @@ bool FileObject::ReadLine(std::span<char> line) noexcept
     }
     line[stored] = '\0';
     return stored > 0;
+}
+
+void FileObject::Reserve(std::uint64_t size) noexcept
+{
+    if (size >= kWorthReserving && size <= kMaxPosition)
+        static_cast<void>(::fallocate(descriptor_, FALLOC_FL_KEEP_SIZE, 0, static_cast<off_t>(size)));
 }
 
 bool FileObject::Truncate(std::uint64_t size) noexcept

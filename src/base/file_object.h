@@ -67,6 +67,9 @@ public:
     /// below 32 are dropped; always NUL-terminated. True if at least one character was stored.
     [[nodiscard]] bool ReadLine(std::span<char> line) noexcept;
 
+    /// Tells the system how long the file is going to be: it then finds the room once, in one piece if there
+    /// is one. The length stays, and where the system cannot do that nothing happens.
+    void Reserve(std::uint64_t size) noexcept;
     /// Sets the length of a writable file.
     [[nodiscard]] virtual bool Truncate(std::uint64_t size) noexcept;
     /// Hands everything written to the disk itself (fsync).

@@ -109,11 +109,18 @@ public:
 
     bool Read(std::uint32_t first, std::span<float> out) override
     {
-        host_.SetProgress(name_, static_cast<double>(first) / Frames());
+        Report(first);
         return source_->Read(first, out);
+    }
+    bool ReadStored(const SampleLayout& layout, std::uint32_t first, std::span<std::byte> out) override
+    {
+        Report(first);
+        return source_->ReadStored(layout, first, out);
     }
 
 private:
+    void Report(std::uint32_t first) { host_.SetProgress(name_, static_cast<double>(first) / Frames()); }
+
     std::unique_ptr<FrameSource> source_;
     Host& host_;
     std::u16string name_;

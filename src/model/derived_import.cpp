@@ -136,6 +136,17 @@ public:
         return true;
     }
 
+    bool IsMono() const noexcept { return stereo_.empty(); }
+    /// The same as stored samples whose silence is zero; for mono sources.
+    bool ReadStored(const SampleLayout& layout, std::uint32_t first, std::span<std::byte> out)
+    {
+        const auto sampleBytes = static_cast<std::size_t>(StoredBytes(layout.coding, 1));
+        const std::size_t left = first < frames_ ? frames_ - first : 0;
+        const std::size_t held = std::min(out.size() / sampleBytes, left) * sampleBytes;
+        std::ranges::fill(out.subspan(held), std::byte{0});
+        return held == 0 || source_->ReadStored(layout, first, out.first(held));
+    }
+
 private:
     std::unique_ptr<Collection> items_;
     std::unique_ptr<FrameSource> source_; ///< may read through the waveform in items_
@@ -143,6 +154,17 @@ private:
     std::uint32_t frames_ = 0;
     std::size_t channel_ = 0;
 };
+
+/// Samples of 16 bits, whatever their byte order.
+void InterleaveWords(std::span<const std::uint16_t> left, std::span<const std::uint16_t> right,
+                     std::span<std::uint16_t> out) noexcept
+{
+    assert(left.size() == right.size() && out.size() == 2 * left.size());
+    for (std::size_t i = 0; i < left.size(); ++i) {
+        out[2 * i] = left[i];
+        out[2 * i + 1] = right[i];
+    }
+}
 
 class DerivedFrames final : public FrameSource {
 public:
@@ -172,7 +194,31 @@ public:
         return true;
     }
 
+    bool ReadStored(const SampleLayout& layout, std::uint32_t first, std::span<std::byte> out) override
+    {
+        const bool areWords = layout.coding == SampleCoding::Pcm16 && !layout.isUnsigned;
+        if (!areWords || parts_.size() != 2 || !std::ranges::all_of(parts_, &PartReader::IsMono))
+            return FrameSource::ReadStored(layout, first, out);
+        words_.resize(4 * kPieceFrames);
+        while (!out.empty()) {
+            const std::size_t frames = std::min(kPieceFrames, out.size() / kPairBytes);
+            const auto left = std::span(words_).first(frames);
+            const auto right = std::span(words_).subspan(kPieceFrames, frames);
+            const auto both = std::span(words_).subspan(2 * kPieceFrames, 2 * frames);
+            if (!parts_[0].ReadStored(layout, first, std::as_writable_bytes(left)) ||
+                !parts_[1].ReadStored(layout, first, std::as_writable_bytes(right)))
+                return false;
+            InterleaveWords(left, right, both);
+            std::ranges::copy(std::as_bytes(both), out.begin());
+            out = out.subspan(both.size_bytes());
+            first += static_cast<std::uint32_t>(frames);
+        }
+        return true;
+    }
+
 private:
+    static constexpr std::size_t kPairBytes = 2 * sizeof(std::uint16_t);
+
     bool ReadPiece(std::uint32_t first, std::span<float> out)
     {
         if (parts_.size() == 1)
@@ -187,6 +233,7 @@ private:
 
     std::vector<PartReader> parts_;
     std::vector<float> planes_;
+    std::vector<std::uint16_t> words_; ///< left, right, and both
 };
 
 std::unique_ptr<FrameSource> StreamDerived(const Waveform& wave, std::unique_ptr<FileObject>)

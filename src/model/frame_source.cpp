@@ -11,7 +11,7 @@
 namespace vimbo {
 namespace {
 
-constexpr std::size_t kPieceFrames = 8192;
+constexpr std::size_t kPieceFrames = 8192; ///< bytes and floats of a piece stay in the cache
 
 /// Mono from stereo, or stereo from mono, a piece at a time.
 class ConvertedSource final : public FrameSource {
@@ -45,6 +45,27 @@ private:
 };
 
 } // namespace
+
+bool FrameSource::ReadStored(const SampleLayout& layout, std::uint32_t first, std::span<std::byte> out)
+{
+    const auto frameBytes = static_cast<std::size_t>(StoredBytes(layout.coding, channels_));
+    DeltaState none;
+    while (!out.empty()) {
+        const std::size_t frames = std::min(kPieceFrames, out.size() / frameBytes);
+        piece_.resize(frames * channels_);
+        if (frames == 0 || !Read(first, piece_))
+            return false;
+        EncodeSamples(layout, piece_, out.first(frames * frameBytes), none);
+        out = out.subspan(frames * frameBytes);
+        first += static_cast<std::uint32_t>(frames);
+    }
+    return true;
+}
+
+bool SurvivesFloats(SampleCoding coding) noexcept
+{
+    return coding == SampleCoding::Pcm8 || coding == SampleCoding::Pcm16 || coding == SampleCoding::Pcm24;
+}
 
 std::unique_ptr<FrameSource> WithChannels(std::unique_ptr<FrameSource> source, unsigned channels)
 {

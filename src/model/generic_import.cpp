@@ -85,6 +85,18 @@ public:
             bytes_.resize(static_cast<std::size_t>(StoredBytes(run.layout.coding, kPieceSamples)));
     }
 
+    /// Whether the run's bytes are what its samples would become in this layout.
+    bool Holds(const SampleLayout& layout) const noexcept
+    {
+        return layout == run_.layout && SurvivesFloats(layout.coding);
+    }
+    bool ReadBytes(FileObject& file, std::uint64_t first, std::span<std::byte> out)
+    {
+        const std::uint64_t start = StoredBytes(run_.layout.coding, first);
+        assert(start <= run_.bytes && out.size() <= run_.bytes - start);
+        return (file.Seek(run_.offset + start) && file.ReadExact(out)) || Fail(kReadFailed);
+    }
+
     bool Read(FileObject& file, std::uint64_t first, std::span<float> out)
     {
         if (IsDelta(run_.layout.coding))
@@ -186,6 +198,13 @@ public:
             frame += frames;
         }
         return true;
+    }
+
+    bool ReadStored(const SampleLayout& layout, std::uint32_t first, std::span<std::byte> out) override
+    {
+        if (planes_ || !readers_[0].Holds(layout))
+            return FrameSource::ReadStored(layout, first, out);
+        return readers_[0].ReadBytes(file_, std::uint64_t{first} * Channels(), out);
     }
 
 private:

@@ -106,13 +106,19 @@ ProgramTest::~ProgramTest()
 
 ProgramResult ProgramTest::Run(const std::vector<std::string>& arguments, std::uint64_t maxFileBytes) const
 {
-    const pid_t child = ::fork();
-    if (child == 0)
-        Become(folder_, arguments, maxFileBytes, settingsFile_);
+    const pid_t child = Start(arguments, maxFileBytes);
     int state = 0;
     ::waitpid(child, &state, 0);
     return {WIFEXITED(state) ? WEXITSTATUS(state) : -1, ReadAll(folder_ / ".stdout"),
             ReadAll(folder_ / ".stderr")};
+}
+
+int ProgramTest::Start(const std::vector<std::string>& arguments, std::uint64_t maxFileBytes) const
+{
+    const pid_t child = ::fork();
+    if (child == 0)
+        Become(folder_, arguments, maxFileBytes, settingsFile_);
+    return child;
 }
 
 nlohmann::json ProgramTest::RunJson(const std::vector<std::string>& arguments, int expectedStatus) const

@@ -32,6 +32,8 @@ protected:
 
     /// @param maxFileBytes what the system lets the program write into one file; 0: no limit
     ProgramResult Run(const std::vector<std::string>& arguments, std::uint64_t maxFileBytes = 0) const;
+    /// Starts the program without waiting for it. @return its process, which the caller waits for
+    int Start(const std::vector<std::string>& arguments, std::uint64_t maxFileBytes = 0) const;
     nlohmann::json RunJson(const std::vector<std::string>& arguments, int expectedStatus = 0) const;
     void Put(const std::string& name, std::string_view bytes) const;
     std::string Get(const std::string& name) const;

@@ -157,6 +157,24 @@ TEST(GenericImport, PiecesEqualTheWholeFromAnyPlace)
                                            whole.begin() + static_cast<std::ptrdiff_t>(first * channels)))
                         << first;
                 }
+                // Stored samples are those bytes that the floats become, however they come.
+                const bool isBig = (flags & kSourceBigEndian) != 0;
+                for (const SampleLayout layout :
+                     {SampleLayout{SampleCoding::Pcm8, true}, SampleLayout{SampleCoding::Pcm8},
+                      SampleLayout{SampleCoding::Pcm16}, SampleLayout{SampleCoding::Pcm24},
+                      SampleLayout{SampleCoding::Pcm16, false, std::endian::big},
+                      SampleLayout{SampleCoding::Pcm24, false, std::endian::big},
+                      SampleLayout{SampleCoding::Pcm32, false,
+                                   isBig ? std::endian::big : std::endian::little},
+                      SampleLayout{SampleCoding::Float32}, SampleLayout{SampleCoding::MuLaw}}) {
+                    constexpr std::uint32_t kFirst = 7;
+                    const auto wanted = std::span(whole).subspan(kFirst * channels);
+                    Bytes stored(StoredBytes(layout.coding, wanted.size())), encoded(stored.size());
+                    DeltaState none;
+                    EncodeSamples(layout, wanted, encoded, none);
+                    ASSERT_TRUE(frames->ReadStored(layout, kFirst, stored));
+                    EXPECT_EQ(stored, encoded) << static_cast<int>(layout.coding);
+                }
             }
 }
 

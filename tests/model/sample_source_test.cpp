@@ -61,6 +61,14 @@ std::vector<float> SamplesOf(Waveform& wave)
     EXPECT_TRUE(frames->Read(middle, std::span(pieces).subspan(split)));
     EXPECT_TRUE(frames->Read(0, std::span(pieces).first(split)));
     EXPECT_EQ(pieces, samples);
+    for (const bool isUnsigned : {false, true}) {
+        const SampleLayout layout{SampleCoding::Pcm16, isUnsigned, std::endian::big};
+        Bytes stored(2 * (samples.size() - split)), encoded(stored.size());
+        DeltaState none;
+        EncodeSamples(layout, std::span(samples).subspan(split), encoded, none);
+        EXPECT_TRUE(frames->ReadStored(layout, middle, stored));
+        EXPECT_EQ(stored, encoded);
+    }
     return samples;
 }
 
@@ -82,6 +90,7 @@ TEST(SampleSource, APairIsWhatJoiningLoadedSamplesGives)
     };
     const std::initializer_list<Row> rows = {
         {DataFormat::Pcm16, 20001, DataFormat::Pcm16, 20001, DataFormat::Pcm16},
+        {DataFormat::Pcm16, 9000, DataFormat::Pcm16, 20001, DataFormat::Pcm16},
         {DataFormat::Pcm16, 20001, DataFormat::Pcm24, 9000, DataFormat::Pcm24},
         {DataFormat::Pcm12, 3, DataFormat::Delta16, 17001, DataFormat::Delta16},
         {DataFormat::Delta8, 20000, DataFormat::MuLaw, 1, DataFormat::Delta8},

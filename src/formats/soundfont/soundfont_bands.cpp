@@ -21,13 +21,41 @@ bool IsSourceOf(const OutLayer& band, const ArticulationBlock& layer, const Arti
     return true;
 }
 
+MidiRange OutZone::*RangeOn(BandAxis axis) noexcept
+{
+    return axis == BandAxis::Keys ? &OutZone::keys : &OutZone::velocities;
+}
+
+/// True if each band meets each of the earlier layers.
+bool AreBandsApart(const OutLayer& layer, BandAxis axis, const std::vector<KeyVelocityGrid>& earlier)
+{
+    MidiRange OutZone::*const own = RangeOn(axis);
+    std::vector<MidiRange> bands;
+    std::vector<std::size_t> bandOf;
+    for (const OutZone& zone : layer.zones) {
+        const auto band = std::ranges::find(bands, zone.*own);
+        bandOf.push_back(static_cast<std::size_t>(band - bands.begin()));
+        if (band == bands.end())
+            bands.push_back(zone.*own);
+    }
+    return std::ranges::all_of(earlier, [&](const KeyVelocityGrid& grid) {
+        std::vector<bool> meets(bands.size(), false);
+        for (std::size_t i = 0; i < layer.zones.size(); ++i) {
+            const OutZone& zone = layer.zones[i];
+            if (!meets[bandOf[i]] && !grid.IsFree(vimbo::Zone(zone.keys, zone.velocities)))
+                meets[bandOf[i]] = true;
+        }
+        return std::ranges::find(meets, false) == meets.end();
+    });
+}
+
 } // namespace
 
 std::vector<OutLayer> BandsOf(const OutLayer& layer, BandAxis axis)
 {
     if (axis == BandAxis::None)
         return {layer};
-    MidiRange OutZone::*const own = axis == BandAxis::Keys ? &OutZone::keys : &OutZone::velocities;
+    MidiRange OutZone::*const own = RangeOn(axis);
     MidiRange OutLayer::*const shared = axis == BandAxis::Keys ? &OutLayer::keys : &OutLayer::velocities;
     std::vector<OutLayer> bands;
     for (const OutZone& zone : layer.zones) {
@@ -53,23 +81,13 @@ std::vector<OutLayer> BandsOf(const OutLayer& layer, BandAxis axis)
     return bands;
 }
 
-std::vector<bool> FindDividable(const std::vector<OutLayer>& layers, BandAxis axis)
+std::vector<bool> FindDividable(std::span<const OutLayer> layers, BandAxis axis)
 {
     std::vector<bool> dividable;
     std::vector<KeyVelocityGrid> earlier;
     for (const OutLayer& layer : layers) {
-        const auto isApart = [&](const OutLayer& band) {
-            return std::ranges::all_of(earlier, [&](const KeyVelocityGrid& grid) {
-                return std::ranges::any_of(band.zones, [&](const OutZone& zone) {
-                    const bool byKeys = axis == BandAxis::Keys;
-                    return !grid.IsFree(vimbo::Zone(byKeys ? band.keys : zone.keys,
-                                                    byKeys ? zone.velocities : band.velocities));
-                });
-            });
-        };
         // Right halves join the left ones before anything else.
-        dividable.push_back(layer.mayDivide &&
-                            (layer.isRight || std::ranges::all_of(BandsOf(layer, axis), isApart)));
+        dividable.push_back(layer.mayDivide && (layer.isRight || AreBandsApart(layer, axis, earlier)));
         if (layer.isRight)
             continue;
         KeyVelocityGrid& grid = earlier.emplace_back();

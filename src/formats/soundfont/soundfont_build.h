@@ -6,6 +6,7 @@
 #include "formats/export_set.h"
 #include "formats/soundfont/soundfont_zone_cache.h"
 
+#include <deque>
 #include <optional>
 #include <span>
 #include <string>
@@ -95,7 +96,7 @@ enum class BandAxis { None, Velocities, Keys };
 std::vector<OutLayer> BandsOf(const OutLayer& layer, BandAxis axis);
 /// For each layer, whether its bands come back as one layer when readers join layers that do not overlap:
 /// none of them has room in an earlier layer.
-std::vector<bool> FindDividable(const std::vector<OutLayer>& layers, BandAxis axis);
+std::vector<bool> FindDividable(std::span<const OutLayer> layers, BandAxis axis);
 
 /// How much of the layers is kept; less of it takes fewer records.
 enum class Packing {
@@ -112,7 +113,8 @@ public:
     TablePacker(Packing packing, unsigned major) noexcept : packing_(packing), isVersion1_(major == kVersion1)
     {
     }
-    void Add(const OutPreset& preset, std::vector<OutLayer> layers);
+    /// @param layers  live as long as the packer, unchanged
+    void Add(const OutPreset& preset, std::span<const OutLayer> layers);
     /// Adds the terminal records. @return false if more was added than the tables hold
     [[nodiscard]] bool Finish();
     bool IsFull() const noexcept;
@@ -123,9 +125,9 @@ public:
     const OutTables& Tables() const noexcept { return tables_; }
 
 private:
-    std::size_t InstrumentFor(OutLayer& layer);
+    std::size_t InstrumentFor(const OutLayer& layer);
     const OutLayer* FindShared(const OutLayer& layer, std::uint64_t hash, std::size_t* place) const;
-    std::vector<OutLayer> Divided(std::vector<OutLayer> layers) const;
+    std::vector<const OutLayer*> Divided(std::span<const OutLayer> layers);
     std::size_t CostOf(std::span<const OutLayer> bands) const;
 
     std::optional<Zone> DifferenceFrom(const OutLayer& layer, const OutLayer& held) const noexcept;
@@ -134,7 +136,8 @@ private:
     Packing packing_;
     bool isVersion1_;
     OutTables tables_;
-    std::vector<OutLayer> instruments_; ///< what the records hold
+    std::deque<OutLayer> bands_;               ///< of layers that were divided
+    std::vector<const OutLayer*> instruments_; ///< what the records hold
     std::unordered_multimap<std::uint64_t, std::size_t> byShape_;
 };
 

@@ -1,12 +1,18 @@
 #include "formats/soundfont/soundfont_data.h"
 
 #include "base/last_error.h"
+#include "base/staged_writer.h"
 #include "dsp/kernels/sample_convert.h"
 #include "model/collection.h"
 #include "model/sample_source.h"
 
 #include <algorithm>
 #include <bit>
+#include <chrono>
+#include <new>
+#include <optional>
+#include <system_error>
+#include <unordered_map>
 
 namespace vimbo::sf2 {
 namespace {
@@ -15,6 +21,7 @@ constexpr std::size_t kPieceFrames = 65536;
 /// Silence behind each sample, for players that read ahead. SoundFont 2.04, section 6.1.
 constexpr std::uint32_t kGapFrames = 46;
 constexpr std::size_t kWordBytes = 2;
+constexpr std::u16string_view kAborted = u"Save aborted!";
 
 /// True for sources whose bytes are those that a bank of 16 bits holds.
 bool HoldsWords(const SampleSource& source) noexcept
@@ -40,7 +47,7 @@ std::optional<SampleSource> WordsOf(const OutSample& sample)
     return HoldsWords(source) ? std::optional(std::move(source)) : std::nullopt;
 }
 
-/// Writes the samples to their places.
+/// Writes the samples that are not copied.
 class DataWriter {
 public:
     DataWriter(FileObject& file, const DataPlan& plan, std::uint64_t words, std::uint64_t lowBytes) noexcept
@@ -48,16 +55,18 @@ public:
     {
     }
 
-    bool Write(const std::vector<OutSample>& samples, Streams& streams, Host& host)
+    bool Write(const std::vector<OutSample>& samples, const WordCopy& copied, Streams& streams, Host& host)
     {
         for (std::size_t i = 0; i < samples.size(); ++i) {
+            if (copied.Holds(i))
+                continue;
             if (host.IsCancelled())
-                return Fail(u"Save aborted!");
+                return Fail(kAborted);
             host.SetProgress(samples[i].wave->GetName(),
                              static_cast<double>(i) / static_cast<double>(samples.size()));
             const Extent& extent = plan_.extents[i];
             if (extent.isStream ? !CopyStream(extent, streams.places[i], streams.file.File())
-                                : !CopyWords(extent, samples[i]) && !WriteFrames(extent, samples[i]))
+                                : !WriteFrames(extent, samples[i]))
                 return false;
         }
         host.SetProgress(u"");
@@ -86,71 +95,33 @@ private:
         return Put(place, bytes_);
     }
 
-    bool OpenSource(std::u16string_view path)
-    {
-        if (source_.IsOpen() && source_.Path() == path)
-            return true;
-        if (!source_.Open(path, FileMode::Read))
-            return false;
-        sourceBytes_ = source_.Size();
-        return true;
-    }
-
-    /// The words as they lie in a file, which is quick. Shorter ones are followed by silence, as all samples
-    /// are. @return false if the sample has to go the usual way; what is wrong with the file is told there
-    bool CopyWords(const Extent& extent, const OutSample& sample)
-    {
-        const std::optional<SampleSource> source = plan_.is24 ? std::nullopt : WordsOf(sample);
-        if (!source || !OpenSource(source->path))
-            return false;
-        const std::uint64_t held = std::min<std::uint64_t>(source->frames, sample.wave->frames) * kWordBytes;
-        if (source->offset > sourceBytes_ || held > sourceBytes_ - source->offset ||
-            !source_.Seek(source->offset))
-            return false;
-        bytes_.resize(kPieceFrames * kWordBytes);
-        for (std::uint64_t done = 0; done < extent.bytes;) {
-            const auto piece = std::span(bytes_).first(
-                static_cast<std::size_t>(std::min<std::uint64_t>(extent.bytes - done, bytes_.size())));
-            const auto words = piece.first(
-                static_cast<std::size_t>(std::min<std::uint64_t>(piece.size(), held - std::min(held, done))));
-            if (!source_.ReadExact(words))
-                return false;
-            std::ranges::fill(piece.subspan(words.size()), std::byte{0});
-            if (!Put(words_ + extent.offset + done, piece))
-                return false;
-            done += piece.size();
-        }
-        return true;
-    }
-
     bool WriteFrames(const Extent& extent, const OutSample& sample)
     {
         const std::unique_ptr<FrameSource> source = OpenSample(sample);
         if (source == nullptr)
             return false;
+        const SampleCoding coding = plan_.is24 ? SampleCoding::Pcm24 : SampleCoding::Pcm16;
         std::uint64_t frame = extent.offset / 2;
         for (std::uint32_t first = 0; first < source->Frames();) {
-            samples_.resize(std::min<std::size_t>(kPieceFrames, source->Frames() - first));
-            if (!source->Read(first, samples_) || !PutFrames(frame))
+            const std::size_t frames = std::min<std::size_t>(kPieceFrames, source->Frames() - first);
+            bytes_.resize(static_cast<std::size_t>(StoredBytes(coding, frames)));
+            if (!source->ReadStored({coding, false, std::endian::little}, first, bytes_) || !PutFrames(frame))
                 return false;
-            first += static_cast<std::uint32_t>(samples_.size());
-            frame += samples_.size();
+            first += static_cast<std::uint32_t>(frames);
+            frame += frames;
         }
-        samples_.assign(kGapFrames, 0.0f);
+        bytes_.assign(static_cast<std::size_t>(StoredBytes(coding, kGapFrames)), std::byte{0});
         return PutFrames(frame);
     }
 
     bool PutFrames(std::uint64_t frame)
     {
-        const SampleCoding coding = plan_.is24 ? SampleCoding::Pcm24 : SampleCoding::Pcm16;
-        bytes_.resize(static_cast<std::size_t>(StoredBytes(coding, samples_.size())));
-        DeltaState none;
-        EncodeSamples({coding, false, std::endian::little}, samples_, bytes_, none);
         if (!plan_.is24)
             return Put(words_ + frame * 2, bytes_);
-        high_.resize(samples_.size() * 2);
-        low_.resize(samples_.size());
-        for (std::size_t i = 0; i < samples_.size(); ++i) {
+        const std::size_t frames = bytes_.size() / 3;
+        high_.resize(frames * 2);
+        low_.resize(frames);
+        for (std::size_t i = 0; i < frames; ++i) {
             low_[i] = bytes_[3 * i];
             high_[2 * i] = bytes_[3 * i + 1];
             high_[2 * i + 1] = bytes_[3 * i + 2];
@@ -162,9 +133,6 @@ private:
     const DataPlan& plan_;
     std::uint64_t words_;    ///< place of the words in the file
     std::uint64_t lowBytes_; ///< likewise
-    FileObject source_;      ///< where words were copied from last
-    std::uint64_t sourceBytes_ = 0;
-    std::vector<float> samples_;
     std::vector<std::byte> bytes_, high_, low_;
 };
 
@@ -185,10 +153,103 @@ DataPlan PlanData(const std::vector<OutSample>& samples, const Streams& streams,
     return plan;
 }
 
-bool WriteData(FileObject& file, const DataPlan& plan, std::uint64_t words, std::uint64_t lowBytes,
-               const std::vector<OutSample>& samples, Streams& streams, Host& host)
+WordCopy::WordCopy(FileObject& file, const DataPlan& plan, std::uint64_t words,
+                   const std::vector<OutSample>& samples)
+    : file_(file), names_(samples), isCopied_(samples.size(), false)
 {
-    return DataWriter(file, plan, words, lowBytes).Write(samples, streams, host);
+    std::unordered_map<std::u16string, std::size_t> places;
+    for (std::size_t i = 0; i < samples.size() && !plan.is24; ++i) {
+        const Extent& extent = plan.extents[i];
+        std::optional<SampleSource> source = extent.isStream ? std::nullopt : WordsOf(samples[i]);
+        if (!source)
+            continue;
+        const auto [place, isNew] = places.try_emplace(source->path, paths_.size());
+        if (isNew)
+            paths_.push_back(std::move(source->path));
+        const std::uint64_t held =
+            std::min<std::uint64_t>(source->frames, samples[i].wave->frames) * kWordBytes;
+        ranges_.push_back({i, place->second, source->offset, held, words + extent.offset, extent.bytes});
+        bytes_ += extent.bytes;
+    }
+    if (ranges_.empty()) {
+        isDone_ = true;
+        return;
+    }
+    try {
+        thread_ = std::jthread([this] { Run(); });
+    } catch (const std::system_error&) {
+        Run(); // no thread to be had: it takes its time now
+    }
+}
+
+WordCopy::~WordCopy()
+{
+    isStopped_ = true;
+}
+
+/// Runs without the items, so that these can be looked at meanwhile.
+void WordCopy::Run() noexcept
+{
+    try {
+        Copy();
+    } catch (const std::bad_alloc&) {
+        // What is not copied goes the usual way.
+    }
+    const std::lock_guard lock(mutex_);
+    isDone_ = true;
+    done_.notify_all();
+}
+
+void WordCopy::Copy()
+{
+    using Copied = StagedWriter::Copied;
+    StagedWriter out(file_, bytes_);
+    FileObject source;
+    std::optional<std::size_t> opened;
+    std::uint64_t sourceBytes = 0;
+    for (const Range& range : ranges_) {
+        if (isStopped_)
+            return;
+        at_ = range.sample;
+        if (opened != range.path) {
+            opened = range.path;
+            sourceBytes = source.Open(paths_[range.path], FileMode::Read) ? source.Size() : 0;
+        }
+        // What is wrong with such a file is told where its frames are read.
+        if (range.from > sourceBytes || range.held > sourceBytes - range.from)
+            continue;
+        isWritten_ = out.MoveTo(range.to);
+        const Copied copied =
+            isWritten_ ? out.AppendFrom(source, range.from, range.held) : Copied::CannotWrite;
+        isCopied_[range.sample] = copied == Copied::All;
+        if (copied == Copied::CannotRead)
+            continue;
+        isWritten_ = copied == Copied::All && out.AppendZeros(range.bytes - range.held);
+        if (!isWritten_)
+            return;
+    }
+    isWritten_ = out.Flush();
+}
+
+bool WordCopy::Finish(Host& host)
+{
+    constexpr std::chrono::milliseconds kLook{50};
+    std::unique_lock lock(mutex_);
+    do {
+        if (host.IsCancelled())
+            return Fail(kAborted);
+        const std::size_t at = at_;
+        if (at < names_.size())
+            host.SetProgress(names_[at].wave->GetName(),
+                             static_cast<double>(at) / static_cast<double>(names_.size()));
+    } while (!done_.wait_for(lock, kLook, [this] { return isDone_; }));
+    return isWritten_ || Fail(kCannotWrite);
+}
+
+bool WriteRest(FileObject& file, const DataPlan& plan, std::uint64_t words, std::uint64_t lowBytes,
+               const std::vector<OutSample>& samples, const WordCopy& copied, Streams& streams, Host& host)
+{
+    return DataWriter(file, plan, words, lowBytes).Write(samples, copied, streams, host);
 }
 
 } // namespace vimbo::sf2

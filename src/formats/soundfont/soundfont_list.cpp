@@ -127,14 +127,21 @@ private:
         };
         std::unordered_map<std::uint32_t, std::vector<Half>> rights;
         ForEachRegion(instrument, [&](const Region& region, Waveform& wave, std::size_t layer) {
+            if (wave.channels != 1 || !uses_[&wave].allRight)
+                return;
             std::vector<Half>& line = rights[zoneOf(region)];
-            if (wave.channels == 1 && uses_[&wave].allRight && line.size() < kTried)
+            if (line.size() < kTried)
                 line.push_back({&wave, layer});
         });
+        if (rights.empty())
+            return;
         ForEachRegion(instrument, [&](const Region& region, Waveform& wave, std::size_t layer) {
             if (wave.channels != 1 || !uses_[&wave].allLeft)
                 return;
-            for (const Half& right : rights[zoneOf(region)])
+            const auto line = rights.find(zoneOf(region));
+            if (line == rights.end())
+                return;
+            for (const Half& right : line->second)
                 if (right.layer != layer && CanPair(wave, *right.wave))
                     return Pair(wave, *right.wave);
         });

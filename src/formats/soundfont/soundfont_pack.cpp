@@ -6,6 +6,8 @@
 #include "formats/soundfont/soundfont_word_hash.h"
 
 #include <algorithm>
+#include <array>
+#include <bit>
 #include <cstdlib>
 #include <iterator>
 #include <optional>
@@ -266,13 +268,16 @@ std::uint64_t HashOf(const OutLayer& layer, bool byName) noexcept
         std::ranges::for_each(layer.name, add);
     const auto& first = layer.zones.front().values.generators;
     const auto& relative = RelativeBits();
+    constexpr std::size_t kPairs = (kGenerators + kSlots + 1) / 2;
+    std::array<std::int32_t, 2 * kPairs> amounts{};
     for (const OutZone& zone : layer.zones) {
         add(zone.keys.Word());
         add(zone.velocities.Word());
         add(zone.sample);
         for (std::size_t i = 0; i < kGenerators; ++i)
-            add(zone.values.generators[i] - (first[i] & relative[i]));
-        std::ranges::for_each(zone.values.slots, add);
+            amounts[i] = zone.values.generators[i] - (first[i] & relative[i]);
+        std::ranges::copy(zone.values.slots, amounts.begin() + kGenerators);
+        std::ranges::for_each(std::bit_cast<std::array<std::uint64_t, kPairs>>(amounts), add);
     }
     return hash.Get();
 }
@@ -330,15 +335,15 @@ const OutLayer* TablePacker::FindShared(const OutLayer& layer, std::uint64_t has
 {
     const auto [first, last] = byShape_.equal_range(hash);
     for (auto found = first; found != last; ++found)
-        if (DifferenceFrom(layer, instruments_[found->second])) {
+        if (DifferenceFrom(layer, *instruments_[found->second])) {
             if (place != nullptr)
                 *place = found->second;
-            return &instruments_[found->second];
+            return instruments_[found->second];
         }
     return nullptr;
 }
 
-std::size_t TablePacker::InstrumentFor(OutLayer& layer)
+std::size_t TablePacker::InstrumentFor(const OutLayer& layer)
 {
     const std::uint64_t hash = HashOf(layer, packing_ != Packing::Tightest);
     if (std::size_t place = 0; FindShared(layer, hash, &place) != nullptr)
@@ -349,7 +354,7 @@ std::size_t TablePacker::InstrumentFor(OutLayer& layer)
     tables_.instruments.push_back(header);
     WriteInstrument(tables_.instrumentZones, layer, isVersion1_);
     byShape_.emplace(hash, instruments_.size());
-    instruments_.push_back(std::move(layer));
+    instruments_.push_back(&layer);
     return instruments_.size() - 1;
 }
 
@@ -381,14 +386,18 @@ std::size_t TablePacker::CostOf(std::span<const OutLayer> bands) const
 }
 
 /// Each layer in the form that costs least.
-std::vector<OutLayer> TablePacker::Divided(std::vector<OutLayer> layers) const
+std::vector<const OutLayer*> TablePacker::Divided(std::span<const OutLayer> layers)
 {
     constexpr std::array kAxes{BandAxis::Velocities, BandAxis::Keys};
     const std::array dividable{FindDividable(layers, kAxes[0]), FindDividable(layers, kAxes[1])};
-    std::vector<OutLayer> result;
+    std::vector<const OutLayer*> result;
     for (std::size_t i = 0; i < layers.size(); ++i) {
+        if (!dividable[0][i] && !dividable[1][i] && packing_ != Packing::Tightest) {
+            result.push_back(&layers[i]);
+            continue;
+        }
         std::vector<OutLayer> best; // empty: the layer as it is
-        std::size_t least = CostOf(std::span(&layers[i], 1));
+        std::size_t least = CostOf(layers.subspan(i, 1));
         for (std::size_t axis = 0; axis < kAxes.size(); ++axis) {
             if (!dividable[axis][i] && packing_ != Packing::Tightest)
                 continue;
@@ -400,16 +409,21 @@ std::vector<OutLayer> TablePacker::Divided(std::vector<OutLayer> layers) const
             best = std::move(bands);
         }
         if (best.empty())
-            result.push_back(std::move(layers[i]));
-        std::ranges::move(best, std::back_inserter(result));
+            result.push_back(&layers[i]);
+        for (OutLayer& band : best)
+            result.push_back(&bands_.emplace_back(std::move(band)));
     }
     return result;
 }
 
-void TablePacker::Add(const OutPreset& preset, std::vector<OutLayer> layers)
+void TablePacker::Add(const OutPreset& preset, std::span<const OutLayer> whole)
 {
+    std::vector<const OutLayer*> layers;
     if (packing_ != Packing::Layers)
-        layers = Divided(std::move(layers));
+        layers = Divided(whole);
+    else
+        std::ranges::transform(whole, std::back_inserter(layers),
+                               [](const OutLayer& layer) { return &layer; });
     PresetHeader header{};
     header.name = NameField(preset.name);
     header.preset = preset.program;
@@ -419,12 +433,11 @@ void TablePacker::Add(const OutPreset& preset, std::vector<OutLayer> layers)
     std::vector<Zone> differences(layers.size());
     std::vector<ZoneRecord> records;
     for (std::size_t i = 0; i < layers.size() && !IsBeyondCounting(); ++i) {
-        const MidiRange keys = layers[i].keys, velocities = layers[i].velocities;
-        const Zone first = layers[i].zones.front().values;
-        const std::size_t place = InstrumentFor(layers[i]);
-        differences[i] = Difference(first, instruments_[place].zones.front().values);
+        const OutLayer& layer = *layers[i];
+        const std::size_t place = InstrumentFor(layer);
+        differences[i] = Difference(layer.zones.front().values, instruments_[place]->zones.front().values);
         const Zone* values = isVersion1_ ? &DefaultsOfVersion1() : &differences[i];
-        records.push_back({keys, velocities, values, static_cast<std::uint16_t>(place)});
+        records.push_back({layer.keys, layer.velocities, values, static_cast<std::uint16_t>(place)});
     }
     static const Zone kNothing;
     const Zone& defaults = isVersion1_ ? DefaultsOfVersion1() : kNothing;

@@ -1,5 +1,5 @@
-// Writing SoundFont banks. All tables and sizes are settled before the first byte is written; the samples
-// then go from their sources to the file in pieces.
+// Writing SoundFont banks. The samples' places are settled first; most then go from their sources to the file
+// while the tables are made.
 #include "base/last_error.h"
 #include "base/text.h"
 #include "formats/soundfont/soundfont.h"
@@ -7,8 +7,9 @@
 #include "formats/wave/wave_records.h"
 #include "model/collection.h"
 
+#include <cassert>
 #include <limits>
-#include <utility>
+#include <optional>
 
 namespace vimbo {
 namespace sf2 {
@@ -24,6 +25,9 @@ constexpr std::u16string_view kTooManyValues1 =
     u"Save failed - Too many 'parameter' values!\nThe SBK format can handle a maximum of 65536 parameter "
     u"values...\n";
 
+constexpr std::u16string_view kTooLong =
+    u"The samples are too long for a SoundFont bank, which can have 4 GB";
+
 /// @param excess  what there is too much of, and how many
 bool FailFull(unsigned major, const std::u16string& excess)
 {
@@ -35,14 +39,12 @@ bool FailFull(unsigned major, const std::u16string& excess)
 class BankWriter {
 public:
     /// @param version1  false: version 2, or 3 if there are streams
-    BankWriter(const TextItem& root, const SampleList& samples, const OutTables& tables, Streams& streams,
-               bool is24, bool version1)
-        : samples_(samples.samples), streams_(streams), plan_(PlanData(samples_, streams, is24))
+    BankWriter(const TextItem& root, const SampleList& samples, Streams& streams, bool is24, bool version1)
+        : samples_(samples.samples), streams_(streams), plan_(PlanData(samples_, streams, is24)),
+          major_(MajorOf(streams, version1))
     {
-        const bool isCompressed = !streams.places.empty();
-        const std::uint16_t major = version1 ? kVersion1 : isCompressed ? 3 : 2;
-        const std::uint16_t minor = version1 || isCompressed ? 0 : is24 ? 4 : 1;
-        WriteList(front_, FourCc{"INFO"}, MakeInfo(root, major, minor));
+        const std::uint16_t minor = major_ == 2 ? (is24 ? 4 : 1) : 0;
+        WriteList(front_, FourCc{"INFO"}, MakeInfo(root, major_, minor));
         ByteWriter names;
         if (version1)
             names = MakeNames(samples_);
@@ -50,25 +52,50 @@ public:
         front_.Write(FourCc{"sdta"});
         front_.Append(names.Bytes());
         WriteChunkHead(front_, FourCc{"smpl"}, plan_.bytes);
-        WriteList(tables_, FourCc{"pdta"}, MakeTables(tables, HeadersOf(samples_, plan_, streams), major));
     }
 
+    /// What has been settled so far fits.
     bool Fits() const noexcept { return FormBytes() <= std::numeric_limits<std::uint32_t>::max(); }
+
+    /// Begins with the samples, which takes until Write ends.
+    void BeginData(FileObject& file)
+    {
+        file.Reserve(LowHead() + (plan_.is24 ? sizeof(RiffChunkHead) + plan_.LowBytes() : 0));
+        copy_.emplace(file, plan_, Words(), samples_);
+    }
+
+    void SetTables(const OutTables& tables)
+    {
+        WriteList(tables_, FourCc{"pdta"}, MakeTables(tables, HeadersOf(samples_, plan_, streams_), major_));
+    }
 
     bool Write(FileObject& file, Host& host)
     {
+        if (!copy_->Finish(host))
+            return false;
         ByteWriter form;
         WriteChunkHead(form, FourCc{"RIFF"}, FormBytes());
         form.Write(FourCc{"sfbk"});
-        if (!file.WriteAll(form.Bytes()) || !file.WriteAll(front_.Bytes()))
+        if (!file.Seek(0) || !file.WriteAll(form.Bytes()) || !file.WriteAll(front_.Bytes()))
             return Fail(kCannotWrite);
-        const std::uint64_t words = file.Position();
-        const std::uint64_t lowHead = words + plan_.bytes;
-        return WriteData(file, plan_, words, lowHead + sizeof(RiffChunkHead), samples_, streams_, host) &&
-               WriteLowHead(file, lowHead) && (file.WriteAll(tables_.Bytes()) || Fail(kCannotWrite));
+        assert(file.Position() == Words());
+        return WriteRest(file, plan_, Words(), LowHead() + sizeof(RiffChunkHead), samples_, *copy_, streams_,
+                         host) &&
+               WriteLowHead(file, LowHead()) && (file.WriteAll(tables_.Bytes()) || Fail(kCannotWrite));
     }
 
 private:
+    static std::uint16_t MajorOf(const Streams& streams, bool version1) noexcept
+    {
+        if (version1)
+            return kVersion1;
+        return streams.places.empty() ? 2 : 3;
+    }
+
+    /// Where the samples begin in the file.
+    std::uint64_t Words() const noexcept { return sizeof(RiffChunkHead) + sizeof(FourCc) + front_.Size(); }
+    std::uint64_t LowHead() const noexcept { return Words() + plan_.bytes; }
+
     std::uint64_t DataListBytes() const noexcept
     {
         const std::uint64_t low = plan_.is24 ? sizeof(RiffChunkHead) + plan_.LowBytes() : 0;
@@ -98,8 +125,10 @@ private:
     const std::vector<OutSample>& samples_;
     Streams& streams_;
     DataPlan plan_;
+    std::uint16_t major_;
     ByteWriter front_;  ///< from INFO to the head of `smpl`
     ByteWriter tables_; ///< `pdta`
+    std::optional<WordCopy> copy_;
 };
 
 /// What the request says about the data.
@@ -153,48 +182,42 @@ void NoteWidths(Host& host, const SampleList& list, const Streams& streams, bool
             NoteWidth(notes, list.samples[i], streams.places[i].bits);
 }
 
-/// @param countAll  goes on when the tables are too small, to find how much there is
-/// @return false if the tables are too small
-bool Pack(const std::vector<OutPreset>& presets, const SampleList& samples, unsigned major, ZoneCache& cache,
-          TablePacker& packer, ConversionNotes* notes, bool countAll)
-{
-    const auto isDone = [&] { return countAll ? packer.IsBeyondCounting() : packer.IsFull(); };
-    for (const OutPreset& preset : presets) {
-        if (notes == nullptr && isDone())
-            return false;
-        std::vector<OutLayer> layers = LayersOf(*preset.instrument, samples, major, cache);
-        if (notes != nullptr)
-            NotePreset(*notes, preset, layers, samples);
-        if (!isDone())
-            packer.Add(preset, std::move(layers));
-    }
-    return packer.Finish();
-}
+/// All presets with what they play.
+struct BankParts {
+    std::vector<OutPreset> presets;
+    std::vector<std::vector<OutLayer>> layers; ///< of each
+};
 
 /// All tables, null with the Last error text if they do not fit. As much of the layers is kept as the tables
 /// have room for.
-std::unique_ptr<TablePacker> PackTables(const ExportSet& set, const SampleList& samples, const Item& root,
-                                        unsigned major)
+std::unique_ptr<OutTables> PackTables(const ExportSet& set, const SampleList& samples, const Item& root,
+                                      unsigned major)
 {
     if (samples.samples.size() > kMaxSamples) {
         FailFull(major, Utf8ToWide(std::to_string(samples.samples.size())) + u" samples");
         return nullptr;
     }
     ConversionNotes notes(root.Owner().GetHost());
-    const std::vector<OutPreset> presets = ListPresets(set);
+    BankParts parts{ListPresets(set), {}};
     NoteSamples(notes, samples, set, major);
-    NoteRest(notes, root, set, presets);
+    NoteRest(notes, root, set, parts.presets);
     if (root.Kind() == ItemKind::Collection)
         NoteBankTexts(notes, static_cast<const TextItem&>(root));
     ZoneCache cache;
-    ConversionNotes* told = notes.IsWanted() ? &notes : nullptr;
+    for (const OutPreset& preset : parts.presets) {
+        parts.layers.push_back(LayersOf(*preset.instrument, samples, major, cache));
+        NotePreset(notes, preset, parts.layers.back(), samples);
+    }
     for (const Packing packing : {Packing::Layers, Packing::Bands, Packing::Tightest}) {
-        const bool isLast = packing == Packing::Tightest;
-        auto packer = std::make_unique<TablePacker>(packing, major);
-        if (Pack(presets, samples, major, cache, *packer, std::exchange(told, nullptr), isLast))
-            return packer;
+        const bool isLast = packing == Packing::Tightest; // goes on when full, to find how much there is
+        TablePacker packer(packing, major);
+        const auto isDone = [&] { return isLast ? packer.IsBeyondCounting() : packer.IsFull(); };
+        for (std::size_t i = 0; i < parts.presets.size() && !isDone(); ++i)
+            packer.Add(parts.presets[i], parts.layers[i]);
+        if (packer.Finish())
+            return std::make_unique<OutTables>(packer.Tables());
         if (isLast)
-            FailFull(major, packer->Excess());
+            FailFull(major, packer.Excess());
     }
     return nullptr;
 }
@@ -210,12 +233,13 @@ bool WriteSoundFont(Item& root, FileObject& file, FormatChoice& choice)
     const sf2::SampleList samples = sf2::ListSamples(set);
     if (version1 && samples.samples.empty())
         return Fail(u"A SoundFont v1 bank needs at least one waveform");
-    const std::unique_ptr<sf2::TablePacker> packer =
-        sf2::PackTables(set, samples, root, version1 ? sf2::kVersion1 : 2);
-    if (packer == nullptr)
-        return false;
     Host& host = root.Owner().GetHost();
-    sf2::Coding coding = sf2::CodingOf(samples, choice);
+    const sf2::Coding coding = sf2::CodingOf(samples, choice);
+    const auto pack = [&] { return sf2::PackTables(set, samples, root, version1 ? sf2::kVersion1 : 2); };
+    std::unique_ptr<sf2::OutTables> tables;
+    // Much work is not done for tables that do not fit.
+    if (coding.compress && (tables = pack()) == nullptr)
+        return false;
     sf2::Streams streams;
     if (coding.compress && !sf2::CompressSamples(samples.samples, sf2::CompressionOf(choice), host, streams))
         return false;
@@ -223,12 +247,15 @@ bool WriteSoundFont(Item& root, FileObject& file, FormatChoice& choice)
                                  root.Kind() == ItemKind::Collection
                              ? root
                              : static_cast<const Item&>(root.Owner());
-    sf2::NoteWidths(host, samples, streams, coding.is24);
-    sf2::BankWriter bank(static_cast<const TextItem&>(titled), samples, packer->Tables(), streams,
-                         coding.is24, version1);
+    sf2::BankWriter bank(static_cast<const TextItem&>(titled), samples, streams, coding.is24, version1);
     if (!bank.Fits())
-        return Fail(u"The samples are too long for a SoundFont bank, which can have 4 GB");
-    return bank.Write(file, host);
+        return Fail(sf2::kTooLong);
+    bank.BeginData(file);
+    if (tables == nullptr && (tables = pack()) == nullptr)
+        return false;
+    sf2::NoteWidths(host, samples, streams, coding.is24);
+    bank.SetTables(*tables);
+    return bank.Fits() ? bank.Write(file, host) : Fail(sf2::kTooLong);
 }
 
 } // namespace vimbo

@@ -3,6 +3,7 @@
 #include "formats/soundfont/soundfont_word_hash.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 
 namespace vimbo::sf2 {
@@ -18,17 +19,23 @@ constexpr auto kMixMarks = [] {
     return marks;
 }();
 
-bool IsOfMix(std::size_t id) noexcept
-{
-    return (kMixMarks[id / 64] >> id % 64 & 1) != 0;
-}
-
 std::uint64_t HashOf(const ArticulationBlock& block) noexcept
 {
+    // Two values at a time.
+    constexpr std::size_t kWords = (kArticulationParams + 1) / 2;
+    constexpr auto kMasks = [] {
+        std::array<std::uint64_t, kWords> masks{};
+        for (std::size_t id = 0; id < kArticulationParams; ++id)
+            if ((kMixMarks[id / 64] >> id % 64 & 1) == 0)
+                masks[id / 2] |= std::uint64_t{0xFFFFFFFF} << id % 2 * 32;
+        return masks;
+    }();
+    std::array<float, 2 * kWords> values{};
+    std::ranges::copy(block.Values(), values.begin());
+    const auto words = std::bit_cast<std::array<std::uint64_t, kWords>>(values);
     WordHash hash;
-    const auto values = block.Values();
-    for (std::size_t id = 0; id < values.size(); ++id)
-        hash.Add(IsOfMix(id) ? 0 : std::bit_cast<std::uint32_t>(values[id]));
+    for (std::size_t i = 0; i < kWords; ++i)
+        hash.Add(words[i] & kMasks[i]);
     return hash.Get();
 }
 

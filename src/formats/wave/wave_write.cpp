@@ -21,7 +21,8 @@
 namespace vimbo {
 namespace {
 
-constexpr std::size_t kPieceFrames = 65536;
+constexpr std::size_t kPieceBytes = 0x100000;
+constexpr std::u16string_view kCannotWrite = u"Couldn't write to file!";
 constexpr std::string_view kSoftware = "Vimbo Studio v12.7";
 constexpr std::size_t kSoftwareBytes = 20;
 constexpr std::size_t kMaxLabelBytes = 256;
@@ -319,42 +320,55 @@ ByteWriter MakeForm(const WavePlan& plan, std::uint64_t innerBytes)
 
 bool Put(FileObject& file, std::span<const std::byte> bytes)
 {
-    return file.WriteAll(bytes) || Fail(u"Couldn't write to file!");
+    return file.WriteAll(bytes) || Fail(kCannotWrite);
 }
 
-bool PutSamples(FileObject& file, FrameSource& source, const WavePlan& plan)
+/// What stands behind the samples, and before that the byte that makes their length even.
+void AppendEnd(std::vector<std::byte>& bytes, const WavePlan& plan, const ByteWriter& tail)
+{
+    if ((plan.DataBytes() & 1) != 0)
+        bytes.push_back(plan.coding.format == DataFormat::Pcm8 ? std::byte{128} : std::byte{0});
+    bytes.insert(bytes.end(), tail.Bytes().begin(), tail.Bytes().end());
+}
+
+/// The whole file in large steps; a short one in a single step.
+/// @param bytes  what stands before the samples
+bool PutLinear(FileObject& file, FrameSource& source, const WavePlan& plan, std::vector<std::byte> bytes,
+               const ByteWriter& tail)
 {
     const SampleLayout layout{plan.coding.coding, plan.coding.format == DataFormat::Pcm8,
                               std::endian::little};
-    const std::size_t most = std::min<std::size_t>(kPieceFrames, plan.frames);
-    std::vector<float> samples(most * plan.channels);
-    std::vector<std::byte> bytes(most * plan.FrameBytes());
-    DeltaState none;
+    const std::size_t most = kPieceBytes / plan.FrameBytes();
+    const std::uint64_t rest = plan.PaddedBytes() + tail.Size();
+    file.Reserve(bytes.size() + rest);
+    bytes.reserve(bytes.size() + static_cast<std::size_t>(std::min<std::uint64_t>(rest, kPieceBytes)));
     for (std::uint32_t first = 0; first < plan.frames;) {
         const std::size_t frames = std::min<std::size_t>(most, plan.frames - first);
-        const std::span<float> piece = std::span(samples).first(frames * plan.channels);
-        const std::span<std::byte> encoded = std::span(bytes).first(frames * plan.FrameBytes());
-        if (!source.Read(first, piece))
-            return false;
-        EncodeSamples(layout, piece, encoded, none);
-        if (!Put(file, encoded))
+        const std::size_t held = bytes.size();
+        bytes.resize(held + frames * plan.FrameBytes());
+        if (!source.ReadStored(layout, first, std::span(bytes).subspan(held)))
             return false;
         first += static_cast<std::uint32_t>(frames);
+        if (first == plan.frames)
+            break;
+        if (!Put(file, bytes))
+            return false;
+        bytes.clear();
     }
-    return true;
+    AppendEnd(bytes, plan, tail);
+    return Put(file, bytes);
 }
 
-bool PutPad(FileObject& file, const WavePlan& plan)
-{
-    const std::byte silence = plan.coding.format == DataFormat::Pcm8 ? std::byte{128} : std::byte{0};
-    return (plan.DataBytes() & 1) == 0 || Put(file, std::span(&silence, 1));
-}
-
-bool PutEncoded(FileObject& file, FrameSource& source, const WavePlan& plan)
+bool PutEncoded(FileObject& file, FrameSource& source, const WavePlan& plan, std::vector<std::byte> bytes,
+                const ByteWriter& tail)
 {
     const auto encoder = plan.IsGsm() ? MakeGsmEncoder(GsmFraming::Wav)
                                       : MakeG726Encoder(plan.coding.bits, BitPacking::BigEndian);
-    return WriteEncoded(file, source, *encoder, u"Couldn't write to file!");
+    if (!Put(file, bytes) || !WriteEncoded(file, source, *encoder, kCannotWrite))
+        return false;
+    bytes.clear();
+    AppendEnd(bytes, plan, tail);
+    return Put(file, bytes);
 }
 
 /// The row of the chosen format, or null with the Last error text.
@@ -395,12 +409,14 @@ bool WriteWaveform(Waveform& wave, FileObject& file, FormatChoice choice)
     const ByteWriter front = MakeFront(plan, wave);
     const ByteWriter tail = MakeTail(plan, wave);
     const ByteWriter form = MakeForm(plan, front.Size() + plan.PaddedBytes() + tail.Size());
-    if (!Put(file, form.Bytes()) || !Put(file, front.Bytes()))
-        return false;
-    if (source != nullptr &&
-        !(coding->isLinear ? PutSamples(file, *source, plan) : PutEncoded(file, *source, plan)))
-        return false;
-    return PutPad(file, plan) && Put(file, tail.Bytes());
+    std::vector<std::byte> bytes(form.Bytes().begin(), form.Bytes().end());
+    bytes.insert(bytes.end(), front.Bytes().begin(), front.Bytes().end());
+    if (source == nullptr) {
+        AppendEnd(bytes, plan, tail);
+        return Put(file, bytes);
+    }
+    return coding->isLinear ? PutLinear(file, *source, plan, std::move(bytes), tail)
+                            : PutEncoded(file, *source, plan, std::move(bytes), tail);
 }
 
 } // namespace

@@ -485,7 +485,7 @@ TEST(SoundFontWrite, BanksOnDiskAreRewrittenFromThere)
 {
     Collection items;
     Instrument& instrument = AddInstrument(items, u"I", 0);
-    instrument.AddLayer(u"La").AddRegion(AddWave(items, u"Long", 70000).Handle(), {0, 60});
+    instrument.AddLayer(u"La").AddRegion(AddWave(items, u"Long", 700000).Handle(), {0, 60});
     Waveform &left = AddWave(items, u"Piano -L", 300), &right = AddWave(items, u"Piano -R", 200);
     instrument.AddLayer(u"Le").AddRegion(left.Handle(), {61, 90}).articulation.Set(kArtPan, -1);
     instrument.AddLayer(u"Ri").AddRegion(right.Handle(), {61, 90}).articulation.Set(kArtPan, 1);
@@ -510,6 +510,15 @@ TEST(SoundFontWrite, BanksOnDiskAreRewrittenFromThere)
     for (Waveform& wave : again.All<Waveform>())
         static_cast<void>(wave.LockSamplesForWrite()); // from memory
     EXPECT_TRUE(Write(again).bytes == two.bytes);
+
+    struct Stopper final : Host {
+        bool IsCancelled() const override { return true; }
+    } stopper;
+    Collection stopped;
+    ASSERT_TRUE(LoadFile(stopped, Utf8ToWide(path), AllowRaw::No));
+    stopped.SetHost(stopper);
+    EXPECT_FALSE(Write(stopped).good);
+    EXPECT_EQ(LastError(), u"Save aborted!");
 
     Collection cut;
     ASSERT_TRUE(LoadFile(cut, Utf8ToWide(path), AllowRaw::No));

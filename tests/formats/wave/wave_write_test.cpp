@@ -352,6 +352,7 @@ public:
     bool IsOpen() const noexcept override { return true; }
     std::uint64_t Size() const noexcept override { return size; }
 
+    static constexpr std::size_t kTailBytes = 54 + 44; ///< LIST and smpl
     std::uint64_t size = 0;
     ByteList head, tail;
 
@@ -362,8 +363,9 @@ protected:
         size += bytes.size();
         if (head.size() < 100)
             head.insert(head.end(), bytes.begin(), bytes.end());
-        tail.assign(bytes.begin(),
-                    bytes.begin() + static_cast<std::ptrdiff_t>(std::min<std::size_t>(bytes.size(), 64)));
+        const auto last = bytes.last(std::min(bytes.size(), kTailBytes));
+        tail.insert(tail.end(), last.begin(), last.end());
+        tail.erase(tail.begin(), tail.end() - static_cast<std::ptrdiff_t>(std::min(tail.size(), kTailBytes)));
         return static_cast<std::int64_t>(bytes.size());
     }
 };
