@@ -189,9 +189,9 @@ CLI::App* AddConvert(CLI::App& app, Options& all)
                     "  vimbo convert dump.bin --raw -t wav -o dump.wav\n"
                     "  vimbo convert bank.sf2 -t sf3 --report\n"
                     "  vimbo convert bank.sf2 -t flac -o bank/ --name-mode name --select 'Grand*'\n"
-                     "  vimbo convert instruments/*.sfz -t sf2 --merge -o bank.sf2\n"
-                     "\nSongs become waveforms as the settings mid2wav.* say, synthesis models as sy2wt.*;\n"
-                     "\"vimbo settings\" shows and changes them. No other setting changes a conversion.");
+                    "  vimbo convert instruments/*.sfz -t sf2 --merge -o bank.sf2\n"
+                    "\nSongs become waveforms as the settings mid2wav.* say, synthesis models as sy2wt.*;\n"
+                    "\"vimbo settings\" shows and changes them. No other setting changes a conversion.");
     return convert;
 }
 

@@ -336,7 +336,8 @@ struct StereoPairMerger::State {
         if (!joinsTwins || !CanJoinTwin(region, wave, other))
             return false;
         const bool isLeft = region.articulation[kArtPan] < 0;
-        const Waveform* stereo = isLeft ? maker.StereoOf(wave, other, wave) : maker.StereoOf(other, wave, wave);
+        const Waveform* stereo =
+            isLeft ? maker.StereoOf(wave, other, wave) : maker.StereoOf(other, wave, wave);
         if (stereo != nullptr)
             changes.Merge(region, *stereo);
         return stereo != nullptr;
