@@ -173,6 +173,34 @@ TEST(MergeStereoPairs, LeftIsWhatIsPannedLeft)
     }
 }
 
+/// What a reader left out comes out as if it had made both regions, joined or not.
+TEST(MergeStereoPairs, TwinsAreJoinedOrMade)
+{
+    for (const bool alike : {true, false}) {
+        Pair whole, half;
+        const ItemHandle layer = half.other->Parent();
+        half.items.Destroy(half.other->Handle());
+        half.items.Destroy(layer);
+        half.items.twins.push_back({half.one->Handle(), half.right.Handle()});
+        for (Pair* pair : {&whole, &half})
+            pair->right.fineTune = alike ? 0 : 5;
+        for (Pair* pair : {&whole, &half})
+            EXPECT_EQ(MergeStereoPairs(pair->items, DeleteUnused::Yes).merged, alike ? 1u : 0u);
+        EXPECT_TRUE(half.items.twins.empty());
+        ASSERT_EQ(half.Layers(), whole.Layers());
+        for (std::size_t i = 0; i < half.Layers(); ++i) {
+            const auto regions = half.instrument.Layers()[i]->Regions();
+            const auto wanted = whole.instrument.Layers()[i]->Regions();
+            ASSERT_EQ(regions.size(), 1u);
+            EXPECT_EQ(regions[0]->Wave()->GetName(), wanted[0]->Wave()->GetName());
+            EXPECT_EQ(regions[0]->Wave()->channels, wanted[0]->Wave()->channels);
+            EXPECT_TRUE(regions[0]->articulation.SameValues(wanted[0]->articulation));
+            EXPECT_TRUE(regions[0]->trigger.SameValues(wanted[0]->trigger));
+            EXPECT_EQ(GetEffectiveLoop(*regions[0]), GetEffectiveLoop(*wanted[0]));
+        }
+    }
+}
+
 TEST(MergeStereoPairs, StackedPairsShareWaveformsAndKeepTheirNames)
 {
     Pair pair;
