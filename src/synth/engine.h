@@ -148,7 +148,7 @@ private:
     void PlanParts() noexcept;
     void RunItem(std::size_t item) noexcept;
     void RunBatch(std::size_t batch) noexcept;
-    void MixVoice(Voice& voice, StereoBlock& raw, Subtotal& total, BusSum& part) noexcept;
+    void MixVoice(Voice& voice, const StereoBlock& raw, Subtotal& total, BusSum& part) noexcept;
     void RunBus(std::size_t channel) noexcept;
     void AddUp(std::size_t subtotal) noexcept;
     bool WriteTotal(Block out) noexcept;

@@ -30,13 +30,6 @@ void AddBlock(const StereoBlock& from, StereoBlock& to, bool& toIsEmpty) noexcep
     toIsEmpty = false;
 }
 
-void AddRamped(const GainRamp& gains, const float* left, const float* right, StereoBlock& to,
-               bool& toIsEmpty) noexcept
-{
-    (toIsEmpty ? StoreRamp : AddRamp)(gains, left, right, to.left, to.right);
-    toIsEmpty = false;
-}
-
 /// Leaves a cache line with its other readers where nothing changes.
 template <class T>
 void StoreChange(T& to, T value) noexcept
@@ -258,8 +251,9 @@ void SynthEngine::RunBatch(std::size_t index) noexcept
 }
 
 /// Pan, cross-fade and envelope, ramped over the block from where the last block ended: with the channel's
-/// volume straight to the subtotal, or without it to the part and its sends, where there are effects.
-void SynthEngine::MixVoice(Voice& voice, StereoBlock& raw, Subtotal& total, BusSum& part) noexcept
+/// volume straight to the subtotal, or, where there are effects, to the part and its sends. Ramps are so
+/// cheap that each sum has its own rather than a ramped block to read from.
+void SynthEngine::MixVoice(Voice& voice, const StereoBlock& raw, Subtotal& total, BusSum& part) noexcept
 {
     const ChannelState& state = channels_[voice.channel];
     const ChannelBus& bus = buses_[voice.channel];
@@ -268,25 +262,24 @@ void SynthEngine::MixVoice(Voice& voice, StereoBlock& raw, Subtotal& total, BusS
     const GainRamp ramp{voice.previousLeft, pan.left * gain, voice.previousRight, pan.right * gain};
     voice.previousLeft = ramp.newLeft;
     voice.previousRight = ramp.newRight;
-    const float* const right = voice.isStereo ? raw.right : raw.left;
-    if (!bus.runsEffects) {
-        const float volume = state.volume.Value() * masterGain_;
-        AddRamped(
-            {ramp.oldLeft * volume, ramp.newLeft * volume, ramp.oldRight * volume, ramp.newRight * volume},
-            raw.left, right, total.sound, total.isEmpty);
-        if (bus.isSummed)
-            AddRamped(ramp, raw.left, right, part.dry, part.dryIsEmpty);
-        return;
-    }
-    StoreRamp(ramp, raw.left, right, raw.left, raw.right);
-    AddBlock(raw, part.dry, part.dryIsEmpty);
-    for (std::size_t n = 0; n < kSends; ++n) {
+    const auto add = [&, right = voice.isStereo ? raw.right : raw.left](float factor, StereoBlock& to,
+                                                                        bool& toIsEmpty) {
+        const GainRamp gains{ramp.oldLeft * factor, ramp.newLeft * factor, ramp.oldRight * factor,
+                             ramp.newRight * factor};
+        (toIsEmpty ? StoreRamp : AddRamp)(gains, raw.left, right, to.left, to.right);
+        toIsEmpty = false;
+    };
+    if (!bus.runsEffects)
+        add(state.volume.Value() * masterGain_, total.sound, total.isEmpty);
+    if (bus.isSummed)
+        add(1, part.dry, part.dryIsEmpty);
+    for (std::size_t n = 0; bus.runsEffects && n < kSends; ++n) {
         if (!bus.isSendUsed[n])
             continue;
         const SendLevel send = voice.region->Send(n);
         const float amount = std::min(send.level + send.ccToLevel * state.sends[n].Value(), 1.0f);
         if (amount > 0)
-            AddBlock(raw, part.sends[n], part.sendIsEmpty[n], amount);
+            add(amount, part.sends[n], part.sendIsEmpty[n]);
     }
 }
 
