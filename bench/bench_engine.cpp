@@ -1,11 +1,14 @@
 // What one voice costs in the whole engine: nanoseconds per voice and frame, by feature, for one thread and
-// for two. 256 voices (the pool's size) sound all the time; a plain copy of as many floats stands beside
-// them.
+// for two, and how many times more the second carries. 256 voices (the pool's size) sound all the time; a
+// plain copy of as many floats stands beside them.
 #include "synth/engine.h"
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstring>
+#include <limits>
 #include <vector>
 
 namespace {
@@ -18,7 +21,7 @@ constexpr std::size_t kVoices = SynthEngine::kVoices;
 struct Feature {
     const char* name;
     int filter = 0; ///< FilterType
-    bool hasEq = false, isStereo = false, isModulated = false, hasSends = false;
+    bool hasEq = false, isStereo = false, isModulated = false, hasSends = false, isOneChannel = false;
 };
 
 std::shared_ptr<const SynthSample> MakeNoise(unsigned channels)
@@ -67,27 +70,60 @@ std::unique_ptr<SynthInstrument> MakeInstrument(const Feature& feature)
     return instrument;
 }
 
-void Voices(benchmark::State& state, Feature feature, unsigned threads)
-{
-    SynthEngine engine({.polyphony = kVoices, .rateHz = 44100, .threads = threads});
-    engine.PutInstrument(MakeInstrument(feature));
-    for (unsigned i = 0; i < kVoices; ++i)
-        engine.Dispatch(SynthEvent::Make(0x90 | i % 16, 20 + i % 90, 100));
-    alignas(32) std::array<float, 2 * kBlockFrames> out{};
-    for (int warm = 0; warm < 100; ++warm)
-        engine.Render(out);
-    if (engine.VoiceCount() != kVoices)
-        state.SkipWithError("voices ended");
-    for (auto _ : state) {
-        engine.Render(out);
-        benchmark::DoNotOptimize(out);
+/// An engine whose voices all sound.
+class Stage {
+public:
+    Stage(const Feature& feature, unsigned threads)
+        : engine_({.polyphony = kVoices, .rateHz = 44100, .threads = threads})
+    {
+        engine_.PutInstrument(MakeInstrument(feature));
+        for (unsigned i = 0; i < kVoices; ++i)
+            engine_.Dispatch(SynthEvent::Make(0x90 | (feature.isOneChannel ? 0 : i % 16), 20 + i % 90, 100));
+        Render(100);
     }
-    const double frames =
-        static_cast<double>(kVoices * kBlockFrames) * static_cast<double>(state.iterations());
-    state.counters["ns/voice/frame"] =
-        benchmark::Counter(frames / 1e9, benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
-    state.counters["voices/core at 44.1 kHz"] =
-        benchmark::Counter(frames / 44100 / threads, benchmark::Counter::kIsRate);
+    std::size_t VoiceCount() const { return engine_.VoiceCount(); }
+
+    /// Nanoseconds per voice and frame over a run of blocks.
+    double Measure()
+    {
+        Render(20); // wakes workers, fills the caches
+        const auto before = std::chrono::steady_clock::now();
+        Render(kBlocks);
+        const std::chrono::duration<double, std::nano> time = std::chrono::steady_clock::now() - before;
+        return time.count() / static_cast<double>(kBlocks * kVoices * kBlockFrames);
+    }
+
+private:
+    static constexpr std::size_t kBlocks = 50;
+
+    void Render(std::size_t blocks)
+    {
+        for (std::size_t i = 0; i < blocks; ++i) {
+            engine_.Render(out_);
+            benchmark::DoNotOptimize(out_);
+        }
+    }
+
+    SynthEngine engine_;
+    alignas(32) std::array<float, 2 * kBlockFrames> out_{};
+};
+
+/// Short runs with one thread and with two in turn, the best of each: what other programs take away falls on
+/// both alike. The time of an iteration is that of both runs; the counters are what counts.
+void Voices(benchmark::State& state, Feature feature)
+{
+    Stage one(feature, 1), two(feature, 2);
+    if (one.VoiceCount() != kVoices || two.VoiceCount() != kVoices)
+        state.SkipWithError("voices ended");
+    double bestOne = std::numeric_limits<double>::max(), bestTwo = bestOne;
+    for (auto _ : state) {
+        bestOne = std::min(bestOne, one.Measure());
+        bestTwo = std::min(bestTwo, two.Measure());
+    }
+    state.counters["1 thread, ns/voice/frame"] = bestOne;
+    state.counters["2 threads"] = bestTwo;
+    state.counters["gain"] = bestOne / bestTwo;
+    state.counters["voices/core at 44.1 kHz"] = 1e9 / 44100 / bestOne;
 }
 
 /// The memory's part: one block of floats read and written per voice.
@@ -113,15 +149,14 @@ constexpr Feature kFeatures[] = {
     {"filter_12dB_eq", 2, true},
     {"filter_12dB_stereo", 2, false, true},
     {"filter_12dB_sends", 2, false, false, false, true},
+    {"plain_one_channel", 0, false, false, false, false, true},
+    {"filter_12dB_one_channel", 2, false, false, false, false, true},
 };
 
 const int kRegistered = [] {
     for (const Feature& feature : kFeatures)
-        for (const unsigned threads : {1u, 2u})
-            benchmark::RegisterBenchmark(
-                (std::string("Voices/") + feature.name + "/threads:" + std::to_string(threads)).c_str(),
-                Voices, feature, threads)
-                ->UseRealTime();
+        benchmark::RegisterBenchmark((std::string("Voices/") + feature.name).c_str(), Voices, feature)
+            ->UseRealTime();
     return 0;
 }();
 

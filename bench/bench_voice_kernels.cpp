@@ -161,7 +161,8 @@ void RampAndAdd(benchmark::State& state)
     for (auto _ : state) {
         for (BenchVoice& voice : stage.voices) {
             Block left, right;
-            ApplyRampMono(voice.left, voice.gainLeft, 0.2f, voice.gainRight, 0.3f, left.data(), right.data());
+            StoreRamp({voice.gainLeft, 0.2f, voice.gainRight, 0.3f}, voice.left.data(), voice.left.data(),
+                      left.data(), right.data());
             AddTo(stage.busLeft.data(), left.data());
             AddTo(stage.busRight.data(), right.data());
         }
@@ -175,8 +176,8 @@ void RampAddedDirectly(benchmark::State& state)
     Stage stage(VoiceFilterKind::LowPass12);
     for (auto _ : state) {
         for (BenchVoice& voice : stage.voices)
-            AddRampMono(voice.left, voice.gainLeft, 0.2f, voice.gainRight, 0.3f, stage.busLeft.data(),
-                        stage.busRight.data());
+            AddRamp({voice.gainLeft, 0.2f, voice.gainRight, 0.3f}, voice.left.data(), voice.left.data(),
+                    stage.busLeft.data(), stage.busRight.data());
         benchmark::ClobberMemory();
     }
     Report(state, kVoices);
@@ -204,7 +205,8 @@ void Chain(benchmark::State& state, VoiceFilterKind kind)
         RunVoiceFilter(kind, stage.lanes);
         for (BenchVoice& voice : stage.voices) {
             Block left, right;
-            ApplyRampMono(voice.left, voice.gainLeft, 0.2f, voice.gainRight, 0.3f, left.data(), right.data());
+            StoreRamp({voice.gainLeft, 0.2f, voice.gainRight, 0.3f}, voice.left.data(), voice.left.data(),
+                      left.data(), right.data());
             AddTo(stage.busLeft.data(), left.data());
             AddTo(stage.busRight.data(), right.data());
         }

@@ -19,10 +19,10 @@ constexpr unsigned kMaxChannels = 256 * kChannelsPerPort; ///< ports are numbere
 SynthEngine::SynthEngine(const Setup& setup)
     : channels_(std::clamp(setup.channels, 1u, kMaxChannels)), buses_(channels_.size()),
       groups_(std::clamp<std::size_t>(setup.polyphony, kMinGroups, kNoIndex - 1u)),
-      voices_(std::clamp<std::size_t>(setup.voices, 1, kNoIndex - 1u)), voiceBlocks_(voices_.size()),
-      order_(voices_.size()), batches_(voices_.size()), byChannel_(voices_.size()),
-      channelFirst_(channels_.size() + 1), busyBuses_(channels_.size()),
-      crew_(setup.threads != 0 ? setup.threads : CoreCount())
+      voices_(std::clamp<std::size_t>(setup.voices, 1, kNoIndex - 1u)), order_(voices_.size()),
+      batches_(voices_.size()), parts_(voices_.size()), partSums_(voices_.size()), byChannel_(voices_.size()),
+      busParts_(voices_.size()), busFirst_(channels_.size() + 1), tailBuses_(channels_.size()),
+      subtotals_(voices_.size() + channels_.size()), crew_(setup.threads != 0 ? setup.threads : CoreCount())
 {
     masterGain_ = setup.gain >= 0
                       ? setup.gain

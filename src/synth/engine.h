@@ -145,11 +145,13 @@ private:
     void StepRamps() noexcept;
     void PrepareBuses() noexcept;
     void PlanVoices() noexcept;
+    void PlanParts() noexcept;
+    void RunItem(std::size_t item) noexcept;
     void RunBatch(std::size_t batch) noexcept;
-    void ApplyGains(std::uint16_t voice) noexcept;
-    void MixVoice(std::uint16_t voice) noexcept;
+    void MixVoice(Voice& voice, const StereoBlock& raw, Subtotal& total, BusSum& part) noexcept;
     void RunBus(std::size_t channel) noexcept;
-    bool SumBuses(Block out) noexcept;
+    void AddUp(std::size_t subtotal) noexcept;
+    bool WriteTotal(Block out) noexcept;
     void MeasurePeak(Block out, bool sounds) noexcept;
     void DropDeadVoices() noexcept;
 
@@ -175,27 +177,41 @@ private:
     std::size_t groupCount_ = 0;
     std::vector<Voice> voices_; ///< the first voiceCount_ sound; gaps are closed from the end
     std::atomic<std::size_t> voiceCount_{0};
-    std::vector<StereoBlock> voiceBlocks_; ///< what each voice adds to its bus in this block
+    std::atomic<bool> hasDeadVoices_{false}; ///< a voice ended in this block
 
-    // The order of work, made anew when voices come and go: voices of one filter kind stand side by side.
+    // The order of work, made anew when voices come and go: voices of one filter kind stand side by side,
+    // among them those of one channel.
     static constexpr std::size_t kBatchLanes = 16; ///< channels of voices; what fills the vector units
+    /// What one thread does at a time.
     struct Batch {
-        std::uint16_t first, count; ///< in order_
+        std::uint16_t first, count;         ///< in order_
+        std::uint16_t firstPart, partCount; ///< in parts_
+    };
+    /// The voices of one channel in a batch: they are added up where they are rendered.
+    struct Part {
+        std::uint16_t channel, count;
     };
     bool planIsOld_ = true;
-    std::vector<std::uint16_t> order_; ///< by filter, EQ and channel count
+    std::vector<std::uint16_t> order_; ///< by filter, EQ and channel count, then by channel
     std::vector<Batch> batches_;
     std::size_t batchCount_ = 0;
-    std::vector<std::uint16_t> byChannel_;    ///< by channel, then by place in the pool
-    std::vector<std::uint16_t> channelFirst_; ///< where a channel's voices begin in byChannel_
-    std::vector<std::uint16_t> busyBuses_;    ///< channels that have voices or tails
-    std::size_t busyCount_ = 0;
+    std::vector<Part> parts_; ///< in the order of the batches
+    std::size_t partCount_ = 0;
+    std::vector<BusSum> partSums_;
+    std::vector<std::uint16_t> byChannel_; ///< voices, by channel, then by place in the pool
+    std::vector<std::uint16_t> busParts_;  ///< parts, by channel, then in their order
+    std::vector<std::uint16_t> busFirst_;  ///< where a channel's parts begin in busParts_
+    std::vector<std::uint16_t> tailBuses_; ///< channels without voices whose effects ring
+    std::size_t tailCount_ = 0;
+    std::vector<Subtotal> subtotals_; ///< of the batches, then of the channels with effects
+    std::size_t subtotalCount_ = 0;
 
-    EventRing ring_;
-    std::atomic<std::uint32_t> block_{0};
+    // What changes in every block: not on a line with what all threads read.
+    alignas(kCacheLine) std::atomic<std::uint32_t> block_{0};
     std::atomic<float> lastPeak_{0};
     std::atomic<bool> clipped_{false};
     std::atomic<Change*> change_{nullptr};
+    EventRing ring_;
 
     InstrumentTable instruments_;
     std::vector<InstrumentTable::Ref> retired_; ///< replaced, but orphans play them

@@ -7,10 +7,13 @@
 
 namespace vimbo::synth {
 
+/// What lies on different lines can be written by different processors without one waiting for the other.
+inline constexpr std::size_t kCacheLine = 64;
+
 /// kBlockFrames frames, planar; nominal range [-1, 1], louder is allowed.
 struct StereoBlock {
-    alignas(32) float left[kBlockFrames];
-    alignas(32) float right[kBlockFrames];
+    alignas(kCacheLine) float left[kBlockFrames];
+    alignas(kCacheLine) float right[kBlockFrames];
 
     void Clear() noexcept
     {

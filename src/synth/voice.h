@@ -25,9 +25,10 @@ struct VoiceClock {
     float TickSeconds() const noexcept { return static_cast<float>(kBlockFrames) / rateHz; }
 };
 
-/// A record of the voice pool: copied as a whole when the pool closes a gap, so it points at nothing inside
-/// itself. What the engine sets stands first; the rest belongs to the model.
-struct Voice {
+/// A record of the voice pool, written by one thread in each block: copied as a whole when the pool closes a
+/// gap, so it points at nothing inside itself. What the engine sets stands first; the rest belongs to the
+/// model.
+struct alignas(kCacheLine) Voice {
     const SynthRegion* region = nullptr;
     std::uint16_t group = kNoIndex;       ///< index of its NoteGroup
     std::uint16_t nextInGroup = kNoIndex; ///< index of the group's next voice

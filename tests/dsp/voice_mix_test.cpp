@@ -26,15 +26,11 @@ Block Sound(float phase)
 
 TEST(VoiceMix, RampsReachTheirTargetAtTheLastFrame)
 {
-    struct Row {
-        float oldLeft, newLeft, oldRight, newRight;
-    };
-    for (const Row& g :
-         {Row{0, 1, 1, 0}, {0.3f, 0.7f, 0.9f, 0.1f}, {0.2f, 0.2f, 0.123f, 0.123f}, {0, 0, 1e-6f, 4}}) {
+    for (const GainRamp& g :
+         {GainRamp{0, 1, 1, 0}, {0.3f, 0.7f, 0.9f, 0.1f}, {0.2f, 0.2f, 0.123f, 0.123f}, {0, 0, 1e-6f, 4}}) {
         const Block in = Sound(0);
         Guarded left, right;
-        ApplyRampMono(in, g.oldLeft, g.newLeft, g.oldRight, g.newRight, left.block.data(),
-                      right.block.data());
+        StoreRamp(g, in.data(), in.data(), left.block.data(), right.block.data());
         for (std::size_t i = 0; i < kMixFrames; ++i) {
             const double part = static_cast<double>(i + 1) / 64;
             const auto gain = [part](double from, double to) { return from + (to - from) * part; };
@@ -48,16 +44,16 @@ TEST(VoiceMix, RampsReachTheirTargetAtTheLastFrame)
         EXPECT_TRUE(left.guard == 77 && right.guard == 77);
 
         Block inPlace = in, other{};
-        ApplyRampMono(inPlace, g.oldLeft, g.newLeft, g.oldRight, g.newRight, inPlace.data(), other.data());
+        StoreRamp(g, inPlace.data(), inPlace.data(), inPlace.data(), other.data());
         EXPECT_TRUE(inPlace == left.block && other == right.block);
         Block stereoLeft = in, stereoRight = in;
-        ApplyRampStereo(stereoLeft.data(), stereoRight.data(), g.oldLeft, g.newLeft, g.oldRight, g.newRight);
+        StoreRamp(g, stereoLeft.data(), stereoRight.data(), stereoLeft.data(), stereoRight.data());
         EXPECT_TRUE(stereoLeft == left.block && stereoRight == right.block);
 
         Block sum = Sound(1), sumRight = Sound(2), direct = sum, directRight = sumRight;
         AddTo(sum.data(), left.block.data());
         AddTo(sumRight.data(), right.block.data());
-        AddRampMono(in, g.oldLeft, g.newLeft, g.oldRight, g.newRight, direct.data(), directRight.data());
+        AddRamp(g, in.data(), in.data(), direct.data(), directRight.data());
         EXPECT_TRUE(direct == sum && directRight == sumRight);
     }
 }

@@ -115,9 +115,16 @@ void SendRandomEvents(SynthEngine& engine, std::mt19937& generator)
     }
 }
 
-Rendered RenderRandomSong(unsigned threads, std::size_t blocks)
+struct SongSetup {
+    unsigned threads;
+    bool effects, meters;
+};
+
+Rendered RenderRandomSong(const SongSetup& setup, std::size_t blocks)
 {
-    SynthEngine engine({.polyphony = 256, .gain = 0.1f, .threads = threads});
+    SynthEngine engine({.polyphony = 256, .gain = 0.1f, .threads = setup.threads});
+    engine.effectsOn = setup.effects;
+    engine.metersOn = setup.meters;
     engine.PutInstrument(MakeRichInstrument());
     std::mt19937 random(11);
     Rendered all;
@@ -133,13 +140,55 @@ Rendered RenderRandomSong(unsigned threads, std::size_t blocks)
 
 TEST(EngineBlock, SameBitsForAnyNumberOfThreads)
 {
-    const Rendered one = RenderRandomSong(1, 400);
-    EXPECT_GT(one.Peak(), 0.05f);
-    for (const unsigned threads : {1u, 2u, 3u, 8u}) {
-        const Rendered other = RenderRandomSong(threads, 400);
-        EXPECT_EQ(one.left, other.left) << threads;
-        EXPECT_EQ(one.right, other.right) << threads;
+    for (const bool effects : {true, false}) {
+        const Rendered one = RenderRandomSong({1, effects, false}, 400);
+        EXPECT_GT(one.Peak(), 0.05f);
+        for (const unsigned threads : {1u, 2u, 3u, 8u}) {
+            const Rendered other = RenderRandomSong({threads, effects, threads == 2}, 400);
+            EXPECT_EQ(one.left, other.left) << threads;
+            EXPECT_EQ(one.right, other.right) << threads;
+        }
     }
+}
+
+/// However voices are spread over kinds, channels, batches and threads: what comes out is their sum. Lower
+/// keys are not filtered; every third channel goes through its effects.
+TEST(EngineBlock, EveryVoiceIsHeardOnce)
+{
+    const auto make = [](std::uint32_t patch) {
+        SynthRegion low = MakeRegion(Ones(), 1), high = MakeRegion(Ones(), 2);
+        // The wave's start follows silence, which the interpolation overshoots: not into the loop.
+        low.wave.loopStart = high.wave.loopStart = 8;
+        low.keys = {0, 59};
+        high.keys = {60, 127};
+        high.params[kArtFilterType] = 2;
+        high.params[kArtCutoff] = 5000;
+        return MakeInstrument({std::move(low), std::move(high)}, patch);
+    };
+    float one = 0;
+    for (const unsigned voices : {1u, 2u, 3u, 5u, 16u, 17u, 31u, 33u, 64u, 100u, 129u, 200u}) {
+        SynthEngine engine({.polyphony = 256, .gain = 1.0f / 64, .threads = 2});
+        engine.clampOutput = false;
+        engine.metersOn = true;
+        engine.PutInstrument(make(0));
+        auto withEffects = make(1);
+        withEffects->effects[0] = kDefaultChorus; // nothing is sent to it
+        engine.PutInstrument(std::move(withEffects));
+        for (unsigned channel = 0; channel < 7; ++channel)
+            engine.Dispatch(SynthEvent::Make(0xC0 | channel, channel % 3 == 0 ? 1 : 0));
+        for (unsigned i = 0; i < voices; ++i)
+            engine.Dispatch(SynthEvent::Make(0x90 | i % 7, 20 + i % 90, 127));
+        RenderBlocks(engine, 100);
+        ASSERT_EQ(engine.VoiceCount(), voices);
+        const float peak = RenderBlocks(engine, 1).Peak();
+        one = voices == 1 ? peak : one;
+        EXPECT_NEAR(peak / one, voices, 0.002 * voices);
+        float meters = 0;
+        for (unsigned channel = 0; channel < 7; ++channel)
+            meters += engine.Meter(channel);
+        EXPECT_NEAR(meters / 64 / one, voices, 0.002 * voices);
+    }
+    EXPECT_GT(one, 0.001f);
 }
 
 #if VIMBO_COUNTS_ALLOCATIONS

@@ -36,15 +36,16 @@ struct Ramp {
     }
 };
 
-/// Right first: the left side may replace the input.
+/// Right first: the left side may replace the input of both.
 template <Output Where>
 struct RampBoth {
     template <Isa Version>
-    VIMBO_INLINE static void Run(const float* inLeft, const float* inRight, float oldLeft, float newLeft,
-                                 float oldRight, float newRight, float* left, float* right) noexcept
+    VIMBO_INLINE static void Run(const GainRamp* gains, const float* inLeft, const float* inRight,
+                                 float* left, float* right) noexcept
     {
-        Ramp<Where>::template Run<Version>(inRight, oldRight, newRight, right);
-        Ramp<Where>::template Run<Version>(inLeft, oldLeft, newLeft, left);
+        const GainRamp g = *gains;
+        Ramp<Where>::template Run<Version>(inRight, g.oldRight, g.newRight, right);
+        Ramp<Where>::template Run<Version>(inLeft, g.oldLeft, g.newLeft, left);
     }
 };
 
@@ -83,23 +84,16 @@ struct Peak {
 
 } // namespace
 
-void ApplyRampMono(std::span<const float, kMixFrames> in, float oldLeft, float newLeft, float oldRight,
-                   float newRight, float* left, float* right) noexcept
+void StoreRamp(const GainRamp& gains, const float* inLeft, const float* inRight, float* left,
+               float* right) noexcept
 {
-    RunBest<RampBoth<Output::Store>>(in.data(), in.data(), oldLeft, newLeft, oldRight, newRight, left, right);
+    RunBest<RampBoth<Output::Store>>(&gains, inLeft, inRight, left, right);
 }
 
-void ApplyRampStereo(float* left, float* right, float oldLeft, float newLeft, float oldRight,
-                     float newRight) noexcept
+void AddRamp(const GainRamp& gains, const float* inLeft, const float* inRight, float* left,
+             float* right) noexcept
 {
-    RunBest<RampBoth<Output::Store>>(static_cast<const float*>(left), static_cast<const float*>(right),
-                                     oldLeft, newLeft, oldRight, newRight, left, right);
-}
-
-void AddRampMono(std::span<const float, kMixFrames> in, float oldLeft, float newLeft, float oldRight,
-                 float newRight, float* left, float* right) noexcept
-{
-    RunBest<RampBoth<Output::Add>>(in.data(), in.data(), oldLeft, newLeft, oldRight, newRight, left, right);
+    RunBest<RampBoth<Output::Add>>(&gains, inLeft, inRight, left, right);
 }
 
 void AddTo(float* to, const float* from) noexcept

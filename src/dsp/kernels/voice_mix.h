@@ -13,16 +13,18 @@ inline constexpr std::size_t kMixFrames = 64;
 // Ramps go from the gain at the end of the last block to the gain at the end of this one: the factor of frame
 // n, 1 to 64, is old + (new - old) * n / 64, and exactly the gain if both are equal.
 
-/// A mono voice to both sides; replaces `left` and `right`. `left` may be the input.
-void ApplyRampMono(std::span<const float, kMixFrames> in, float oldLeft, float newLeft, float oldRight,
-                   float newRight, float* left, float* right) noexcept;
-/// A stereo voice in place, each side by its own ramp.
-void ApplyRampStereo(float* left, float* right, float oldLeft, float newLeft, float oldRight,
-                     float newRight) noexcept;
-/// A mono voice added to both sides: what ApplyRampMono and AddTo give, in one pass and to the same bits. For
+/// Gains of both sides, linear.
+struct GainRamp {
+    float oldLeft, newLeft, oldRight, newRight;
+};
+/// The two sides of a voice, each by its own ramp, in place of what `left` and `right` hold. The inputs of a
+/// mono voice are one block. `left` may be its own input or both, `right` its own.
+void StoreRamp(const GainRamp& gains, const float* inLeft, const float* inRight, float* left,
+               float* right) noexcept;
+/// The same added to `left` and `right`: what StoreRamp and AddTo give, in one pass and to the same bits. For
 /// voices whose ramped sound nothing else needs.
-void AddRampMono(std::span<const float, kMixFrames> in, float oldLeft, float newLeft, float oldRight,
-                 float newRight, float* left, float* right) noexcept;
+void AddRamp(const GainRamp& gains, const float* inLeft, const float* inRight, float* left,
+             float* right) noexcept;
 
 void AddTo(float* to, const float* from) noexcept;
 void StoreTo(float* to, const float* from) noexcept;

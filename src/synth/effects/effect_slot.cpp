@@ -9,7 +9,7 @@
 namespace vimbo::synth {
 namespace {
 
-alignas(32) constexpr StereoBlock kSilence{};
+constexpr StereoBlock kSilence{};
 
 struct FindUnsound {
     template <Isa>

@@ -74,7 +74,7 @@ struct RunSides {
     template <Isa Version>
     VIMBO_INLINE static void Run(Sides* sides, StereoBlock* dry, const StereoBlock* send) noexcept
     {
-        alignas(32) StereoBlock corners;
+        StereoBlock corners;
         Corners<Version>(corners.left, sides->leftFrom, sides->leftStep);
         Corners<Version>(corners.right, sides->rightFrom, sides->rightStep);
         Row left = sides->left, right = sides->right;
