@@ -22,6 +22,7 @@ struct Feature {
     const char* name;
     int filter = 0; ///< FilterType
     bool hasEq = false, isStereo = false, isModulated = false, hasSends = false, isOneChannel = false;
+    std::uint32_t loopFrames = 43900;
 };
 
 std::shared_ptr<const SynthSample> MakeNoise(unsigned channels)
@@ -46,8 +47,7 @@ std::unique_ptr<SynthInstrument> MakeInstrument(const Feature& feature)
     region.wave.sample = MakeNoise(feature.isStereo ? 2 : 1);
     region.wave.end = region.wave.sample->Frames();
     region.wave.loopType = LoopType::Forward;
-    region.wave.loopStart = 100;
-    region.wave.loopEnd = 44000;
+    region.wave.loopEnd = feature.loopFrames;
     region.params[kArtFilterType] = static_cast<float>(feature.filter);
     region.params[kArtCutoff] = 2000;
     region.params[kArtResonance] = 6;
@@ -149,6 +149,7 @@ constexpr Feature kFeatures[] = {
     {"filter_12dB_eq", 2, true},
     {"filter_12dB_stereo", 2, false, true},
     {"filter_12dB_sends", 2, false, false, false, true},
+    {.name = "plain_cycles_of_64", .loopFrames = 64},
     {"plain_one_channel", 0, false, false, false, false, true},
     {"filter_12dB_one_channel", 2, false, false, false, false, true},
 };

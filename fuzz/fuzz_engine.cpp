@@ -24,7 +24,7 @@ std::shared_ptr<const SynthSample> Noise(unsigned channels)
     SynthRandom random;
     for (float& frame : sample->Fill())
         frame = random.NextBipolar();
-    sample->WrapLoop(3);
+    sample->WrapLoop(3, LoopType::Forward);
     return sample;
 }
 

@@ -197,7 +197,8 @@ bool TakeSample(Draft& draft, SampleStore& samples)
     WaveSound& sound = draft.record.wave;
     // Only a loop up to the sample's end is interpolated across the seam; others share their sample.
     const bool wraps = sound.loopType != LoopType::Off && std::ceil(sound.loopEnd) >= draft.wave->frames;
-    sound.sample = samples.Get(*draft.wave, draft.right, wraps ? sound.loopStart : -1);
+    sound.sample =
+        samples.Get(*draft.wave, draft.right, wraps ? sound.loopType : LoopType::Off, sound.loopStart);
     return sound.sample != nullptr;
 }
 

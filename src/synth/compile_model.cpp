@@ -23,7 +23,9 @@ LaWave TakeWave(Waveform& wave, SampleStore& samples)
     sound.loopEnd = std::min(wave.loop.end, static_cast<double>(wave.frames));
     sound.loopTuning = wave.loop.pitch;
     const bool wraps = sound.loopType != LoopType::Off && std::ceil(sound.loopEnd) >= wave.frames;
-    sound.sample = wave.frames == 0 ? nullptr : samples.Get(wave, nullptr, wraps ? sound.loopStart : -1);
+    sound.sample = wave.frames == 0
+                       ? nullptr
+                       : samples.Get(wave, nullptr, wraps ? sound.loopType : LoopType::Off, sound.loopStart);
     taken.rootKey = static_cast<float>(wave.rootKey) - static_cast<float>(wave.fineTune) * 0.01f;
     taken.gain = DecibelsToGain(wave.volume);
     return taken;

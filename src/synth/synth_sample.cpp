@@ -19,14 +19,19 @@ std::shared_ptr<SynthSample> SynthSample::Create(std::uint32_t frames, unsigned 
     return std::shared_ptr<SynthSample>(new SynthSample(std::move(data), frames, channels, rateHz));
 }
 
-void SynthSample::WrapLoop(double loopStart) noexcept
+void SynthSample::WrapLoop(double loopStart, LoopType type) noexcept
 {
-    if (!(loopStart >= 0 && loopStart < frames_))
+    if (type == LoopType::Off || !(loopStart >= 0 && loopStart < frames_))
         return;
     const auto start = static_cast<std::size_t>(loopStart);
-    const std::size_t count = std::min(frames_ - start, kFramesBehind);
     float* const first = data_.get() + kFramesBefore * channels_;
-    std::copy_n(first + start * channels_, count * channels_, first + std::size_t{frames_} * channels_);
+    for (std::size_t i = 0; i < kFramesBehind; ++i) {
+        // The turn falls on the frame behind the last: it repeats the last one, then all go back.
+        const std::size_t back = frames_ - std::min(std::max<std::size_t>(i, 1), frames_ - start);
+        const std::size_t from =
+            type == LoopType::Alternating ? back : start + i; // round: copied just before
+        std::copy_n(first + from * channels_, channels_, first + (frames_ + i) * channels_);
+    }
 }
 
 namespace {
@@ -65,12 +70,13 @@ const void* BlockOf(const Waveform* wave) noexcept
 
 } // namespace
 
-std::shared_ptr<const SynthSample> SampleStore::Get(Waveform& wave, Waveform* right, double loopStart)
+std::shared_ptr<const SynthSample> SampleStore::Get(Waveform& wave, Waveform* right, LoopType type,
+                                                    double loopStart)
 {
     const Key key{wave.Handle(),  right ? right->Handle() : ItemHandle(),
                   &wave.Owner(),  BlockOf(&wave),
                   BlockOf(right), wave.frames,
-                  loopStart};
+                  type,           type == LoopType::Off ? 0 : loopStart};
     const std::lock_guard lock(mutex_);
     auto& entry = samples_[key];
     if (auto sample = entry.lock())
@@ -81,7 +87,7 @@ std::shared_ptr<const SynthSample> SampleStore::Get(Waveform& wave, Waveform* ri
         return nullptr;
     if (!(right ? ReadPair(wave, *right, *sample) : ReadInto(wave, sample->Fill(), channels)))
         return nullptr;
-    sample->WrapLoop(loopStart);
+    sample->WrapLoop(loopStart, type);
     entry = sample;
     return sample;
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "model/item_handle.h"
+#include "model/loop_info.h"
 
 #include <cstdint>
 #include <map>
@@ -34,8 +35,9 @@ public:
     {
         return {data_.get() + kFramesBefore * channels_, std::size_t{frames_} * channels_};
     }
-    /// Copies up to three frames from the loop's start behind the last frame, for loops that end there.
-    void WrapLoop(double loopStart) noexcept;
+    /// Fills the frames behind the last one with what a loop that ends there plays next: its first frames
+    /// round and round, or, if it alternates, its last ones back. Nothing for a start outside the sample.
+    void WrapLoop(double loopStart, LoopType type) noexcept;
 
 private:
     SynthSample(std::unique_ptr<float[]> data, std::uint32_t frames, unsigned channels, float rateHz) noexcept
@@ -52,9 +54,10 @@ private:
 /// The samples in use, each held once while any instrument plays it. Safe from any thread.
 class SampleStore {
 public:
-    /// The waveform's samples, or those of two mono waveforms side by side, read on first use. `loopStart`
-    /// below 0: no loop. Null with the Last error text if they cannot be had.
-    std::shared_ptr<const SynthSample> Get(Waveform& wave, Waveform* right, double loopStart);
+    /// The waveform's samples, or those of two mono waveforms side by side, read on first use, for a loop
+    /// that ends with the sample; others are LoopType::Off here. Null with the Last error text if they cannot
+    /// be had.
+    std::shared_ptr<const SynthSample> Get(Waveform& wave, Waveform* right, LoopType type, double loopStart);
 
 private:
     struct Key {
@@ -62,6 +65,7 @@ private:
         const void* collection;
         const void *leftBlock, *rightBlock; ///< other samples after an edit
         std::uint32_t frames;
+        LoopType type;
         double loopStart;
         auto operator<=>(const Key&) const = default;
     };

@@ -13,6 +13,18 @@ namespace {
 constexpr double kShortestLoop = 1.0 / 64;
 constexpr double kMostFrames = 2147000000; // positions are read as 32-bit numbers
 
+void ReadCubic(const float* frames, double position, double rate,
+               const std::array<std::span<float>, 1>& out) noexcept
+{
+    ReadCubicMono(frames, position, rate, out[0]);
+}
+
+void ReadCubic(const float* frames, double position, double rate,
+               const std::array<std::span<float>, 2>& out) noexcept
+{
+    ReadCubicStereo(frames, position, rate, out[0], out[1]);
+}
+
 } // namespace
 
 void WavePlayer::SetBounds(const WaveSound& sound) noexcept
@@ -32,7 +44,7 @@ void WavePlayer::SetBounds(const WaveSound& sound) noexcept
 void WavePlayer::Enter(Segment segment, bool isReleased) noexcept
 {
     segment_ = segment;
-    isTuned_ = false;
+    hasTurned_ = false;
     isBackward_ = false;
     turn_ = LoopType::Forward;
     repeats_ = 1;
@@ -77,7 +89,7 @@ void WavePlayer::Start(const WaveSound& sound) noexcept
 
 void WavePlayer::Edit(const WaveSound& sound, bool isReleased) noexcept
 {
-    const bool wasBackward = isBackward_, wasTuned = isTuned_;
+    const bool wasBackward = isBackward_, hadTurned = hasTurned_;
     SetBounds(sound);
     if (hasEnded_)
         return;
@@ -92,7 +104,7 @@ void WavePlayer::Edit(const WaveSound& sound, bool isReleased) noexcept
         Enter(kTail, isReleased);
     } else {
         Enter(kLoop, isReleased);
-        isTuned_ = wasTuned;
+        hasTurned_ = hadTurned;
         isBackward_ = wasBackward && turn_ != LoopType::Forward;
         if (isReleased)
             Release();
@@ -113,7 +125,7 @@ void WavePlayer::Release() noexcept
 /// One turn of the segment: back to its other end, or the other way round.
 void WavePlayer::Wrap() noexcept
 {
-    isTuned_ = segment_ == kLoop;
+    hasTurned_ = segment_ == kLoop;
     if (!isBackward_ && turn_ == LoopType::Forward) {
         position_ -= end_ - start_;
     } else if (isBackward_ && turn_ == LoopType::Reverse) {
@@ -155,60 +167,84 @@ void WavePlayer::Cross(bool isReleased) noexcept
     }
 }
 
-/// Frames that can be read up to and with the one after which the position leaves the segment.
-std::size_t WavePlayer::FramesToCrossing(double rate, std::size_t most) const noexcept
+/// Frames that can be read until the position passes the border in its direction; at least one.
+std::size_t WavePlayer::FramesBefore(double border, double rate, std::size_t most) const noexcept
 {
     const double frames =
-        isBackward_ ? std::floor((position_ - start_) / rate) + 1 : std::ceil((end_ - position_) / rate);
+        isBackward_ ? std::floor((position_ - border) / rate) + 1 : std::ceil((border - position_) / rate);
     if (frames >= static_cast<double>(most))
         return most;
     auto count = static_cast<std::size_t>(std::max(frames, 1.0));
     // Rounding of the division must not let a frame be read beyond.
     const double last = static_cast<double>(count - 1) * rate;
-    if (count > 1 && (isBackward_ ? position_ - last < start_ : position_ + last >= end_))
+    if (count > 1 && (isBackward_ ? position_ - last < border : position_ + last >= border))
         --count;
     return count;
 }
 
-template <class ReadRun>
-void WavePlayer::ReadRuns(double rate, bool isReleased, std::size_t count, ReadRun readRun) noexcept
+/// Of a loop at the sample's start: where in it stands what was played in place of the frame before the
+/// first.
+double WavePlayer::PlayedBeforeFirst() const noexcept
 {
+    const double length = loopEnd_ - loopStart_;
+    if (turn_ == LoopType::Alternating)
+        return loopStart_ + std::min(loopStart_ + 1, length);
+    const double rest = std::fmod(loopStart_ + 1, length);
+    return rest == 0 ? loopStart_ : loopEnd_ - rest;
+}
+
+/// Reads at the position and on, all inside the segment and, at a seam, on one side of frame 1.
+template <std::size_t channels>
+void WavePlayer::ReadRun(const float* frames, double step,
+                         const std::array<std::span<float>, channels>& out) const noexcept
+{
+    if (!IsAtSeam() || position_ >= 1)
+        return ReadCubic(frames, position_, step, out);
+    // One frame more than is read: rounding may take a position to 1.
+    std::array<float, (kCubicFramesBefore + 1 + kCubicFramesAfter + 1) * channels> seam;
+    std::array<float, channels> before;
+    std::array<std::span<float>, channels> sides;
+    for (std::size_t i = 0; i < channels; ++i)
+        sides[i] = std::span(before).subspan(i, 1);
+    ReadCubic(frames, PlayedBeforeFirst(), 1, sides);
+    std::ranges::copy(before, seam.begin());
+    std::copy_n(frames, seam.size() - channels, seam.begin() + channels);
+    ReadCubic(seam.data() + channels, position_, step, out);
+}
+
+template <std::size_t channels>
+void WavePlayer::ReadRuns(const WaveSound& sound, double rate, bool isReleased,
+                          const std::array<std::span<float>, channels>& out) noexcept
+{
+    const std::size_t count = out[0].size();
     std::size_t done = 0;
+    std::array<std::span<float>, channels> part;
     while (done < count && !hasEnded_ && first_ < last_) {
-        const double step = Limited(isTuned_ ? rate * loopRatio_ : rate, kSlowest, kFastest);
-        const std::size_t run = FramesToCrossing(step, count - done);
+        const double step = Limited(hasTurned_ ? rate * loopRatio_ : rate, kSlowest, kFastest);
+        std::size_t run = FramesBefore(isBackward_ ? start_ : end_, step, count - done);
+        if (IsAtSeam() && isBackward_ == (position_ >= 1))
+            run = FramesBefore(1, step, run);
+        for (std::size_t i = 0; i < channels; ++i)
+            part[i] = out[i].subspan(done, run);
         const double signedStep = isBackward_ ? -step : step;
-        readRun(done, run, signedStep);
+        ReadRun(sound.sample->Data(), signedStep, part);
         position_ += static_cast<double>(run) * signedStep;
         Cross(isReleased);
         done += run;
     }
-    readRun(done, count - done, 0.0);
+    for (const std::span<float> side : out)
+        std::ranges::fill(side.subspan(done), 0.0f);
 }
 
 void WavePlayer::Read(const WaveSound& sound, double rate, bool isReleased, std::span<float> mono) noexcept
 {
-    ReadRuns(rate, isReleased, mono.size(), [&](std::size_t at, std::size_t count, double step) {
-        const std::span<float> out = mono.subspan(at, count);
-        if (step != 0)
-            ReadCubicMono(sound.sample->Data(), position_, step, out);
-        else
-            std::ranges::fill(out, 0.0f);
-    });
+    ReadRuns<1>(sound, rate, isReleased, {mono});
 }
 
 void WavePlayer::Read(const WaveSound& sound, double rate, bool isReleased, std::span<float> left,
                       std::span<float> right) noexcept
 {
-    ReadRuns(rate, isReleased, left.size(), [&](std::size_t at, std::size_t count, double step) {
-        const std::span<float> outLeft = left.subspan(at, count), outRight = right.subspan(at, count);
-        if (step != 0) {
-            ReadCubicStereo(sound.sample->Data(), position_, step, outLeft, outRight);
-        } else {
-            std::ranges::fill(outLeft, 0.0f);
-            std::ranges::fill(outRight, 0.0f);
-        }
-    });
+    ReadRuns<2>(sound, rate, isReleased, {left, right});
 }
 
 } // namespace vimbo::synth

@@ -3,13 +3,15 @@
 
 #include "synth/synth_instrument.h"
 
+#include <array>
 #include <span>
 
 namespace vimbo::synth {
 
 /// Up to three segments follow one another: from the start to the loop, the loop, and, if it ends with the
-/// key, the rest behind it. Any loop points and rates are safe: points are limited to the frames that are
-/// played, and a loop of less than a 64th of a frame counts as none.
+/// key, the rest behind it. In a loop that starts with the sample the interpolation takes the frames that
+/// were played before for those before the start. Any loop points and rates are safe: points are limited to
+/// the frames that are played, and a loop of less than a 64th of a frame counts as none.
 class WavePlayer {
 public:
     static constexpr double kSlowest = 1e-9, kFastest = 4096; ///< frames per output frame
@@ -40,9 +42,15 @@ private:
     void Wrap() noexcept;
     void SkipWholeTurns(double beyond) noexcept;
     void Cross(bool isReleased) noexcept;
-    std::size_t FramesToCrossing(double rate, std::size_t most) const noexcept;
-    template <class ReadRun>
-    void ReadRuns(double rate, bool isReleased, std::size_t count, ReadRun readRun) noexcept;
+    std::size_t FramesBefore(double border, double rate, std::size_t most) const noexcept;
+    bool IsAtSeam() const noexcept { return hasTurned_ && loopStart_ < 1; }
+    double PlayedBeforeFirst() const noexcept;
+    template <std::size_t channels>
+    void ReadRun(const float* frames, double step,
+                 const std::array<std::span<float>, channels>& out) const noexcept;
+    template <std::size_t channels>
+    void ReadRuns(const WaveSound& sound, double rate, bool isReleased,
+                  const std::array<std::span<float>, channels>& out) noexcept;
 
     double position_ = 0;
     double start_ = 0, end_ = 0;         ///< of the segment
@@ -54,7 +62,7 @@ private:
     Segment segment_ = kHead;
     std::uint8_t repeats_ = 1; ///< of the segment that are left
     bool breaks_ = false;
-    bool isTuned_ = false;
+    bool hasTurned_ = false; ///< round the loop: from then on its tuning holds
     bool isBackward_ = false;
     bool hasEnded_ = false;
 };

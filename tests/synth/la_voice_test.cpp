@@ -48,7 +48,7 @@ LaWave SineWave(double hz)
     const auto sample = MakeSample(4800, 1, 48000, [=](std::size_t i, std::size_t) {
         return static_cast<float>(std::sin(2 * std::numbers::pi * hz * static_cast<double>(i) / kRate));
     });
-    sample->WrapLoop(0);
+    sample->WrapLoop(0, LoopType::Forward);
     wave.sound = {sample, LoopType::Forward, false, 0, 4800, 0, 0, 4800};
     return wave;
 }

@@ -14,7 +14,7 @@ inline std::shared_ptr<const SynthSample> MakeSample(std::span<const float> fram
 {
     auto sample = SynthSample::Create(static_cast<std::uint32_t>(frames.size()), 1, rateHz);
     std::ranges::copy(frames, sample->Fill().begin());
-    sample->WrapLoop(0);
+    sample->WrapLoop(0, LoopType::Forward);
     return sample;
 }
 

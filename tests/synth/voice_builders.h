@@ -42,7 +42,7 @@ inline SynthRegion SineRegion()
     const auto sample = MakeSample(kFrames, 1, 48000, [](std::size_t i, std::size_t) {
         return static_cast<float>(std::sin(2 * std::numbers::pi * static_cast<double>(i) / 48));
     });
-    sample->WrapLoop(0);
+    sample->WrapLoop(0, LoopType::Forward);
     region.wave = {sample, LoopType::Forward, false, 0, kFrames, 0, 0, kFrames};
     return region;
 }

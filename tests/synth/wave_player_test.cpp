@@ -147,7 +147,7 @@ TEST(WavePlayer, LoopsAreExactToTheFrame)
         sound.loopType = static_cast<LoopType>(below(4));
         sound.breakOnRelease = below(2) == 0;
         sound.loopTuning = below(3) == 0 ? 12.0f : 0.0f;
-        const_cast<SynthSample&>(*sound.sample).WrapLoop(sound.loopStart);
+        const_cast<SynthSample&>(*sound.sample).WrapLoop(sound.loopStart, sound.loopType);
         const double rate = 1 + below(below(2) == 0 ? 3 : 900);
         SCOPED_TRACE(testing::Message()
                      << "round " << round << ": frames " << frames << ", played " << sound.start << ".."
@@ -187,6 +187,62 @@ TEST(WavePlayer, FractionalRatesLandWhereTheRulesSay)
             if (twin.hasEnded)
                 break;
             ASSERT_EQ(player.Position(), twin.Position()) << round << ' ' << block;
+        }
+    }
+}
+
+/// Single cycles and other loops of whole samples: what sounds is the interpolation of the endless row of
+/// frames that the loop makes, without a step at the seams.
+TEST(WavePlayer, LoopsOfWholeSamplesHaveNoSeam)
+{
+    std::mt19937 random(44);
+    const auto unit = [&random] { return static_cast<double>(random()) / 4294967296.0; };
+    for (int round = 0; round < 600; ++round) {
+        const auto frames = static_cast<std::uint32_t>(1 + random() % (round % 2 != 0 ? 6 : 60));
+        WaveSound sound;
+        auto sample = MakeSample(frames, 1, 48000,
+                                 [&](std::size_t, std::size_t) { return static_cast<float>(unit() - 0.5); });
+        sound.loopType = static_cast<LoopType>(1 + random() % 3);
+        sample->WrapLoop(0, sound.loopType);
+        sound.sample = sample;
+        sound.end = frames;
+        sound.loopEnd = frames;
+        const auto row = [&](std::ptrdiff_t k) {
+            const auto n = static_cast<std::ptrdiff_t>(frames);
+            if (k < n)
+                return k < 0 ? 0.0f : sample->Data()[k];
+            const std::ptrdiff_t phase = k % (2 * n);
+            switch (sound.loopType) {
+            case LoopType::Reverse:
+                return sample->Data()[(n - k % n) % n];
+            case LoopType::Alternating:
+                return sample->Data()[phase < n ? phase : std::min(2 * n - phase, n - 1)];
+            default:
+                return sample->Data()[k % n];
+            }
+        };
+        const double rate = 0.05 + unit() * (round % 3 != 0 ? 1 : 7);
+        WavePlayer player;
+        player.Start(sound);
+        std::array<float, 64> out;
+        for (int block = 0; block < 8; ++block) {
+            player.Read(sound, rate, false, out);
+            for (std::size_t i = 0; i < out.size(); ++i) {
+                const double at = rate * static_cast<double>(block * 64 + static_cast<int>(i));
+                const auto k = static_cast<std::ptrdiff_t>(at);
+                if (sound.loopType == LoopType::Reverse && std::abs(at - frames) <= 1)
+                    continue; // where it turns once, the frames behind the end are those of the later turns
+                const float p[] = {row(k - 1), row(k), row(k + 1), row(k + 2)};
+                const double t = at - static_cast<double>(k);
+                const double wanted =
+                    p[1] +
+                    0.5 * t *
+                        (p[2] - p[0] +
+                         t * (2 * p[0] - 5 * p[1] + 4 * p[2] - p[3] + t * (3 * (p[1] - p[2]) + p[3] - p[0])));
+                ASSERT_NEAR(out[i], wanted, 2e-5)
+                    << "round " << round << ", " << frames << " frames, type "
+                    << static_cast<int>(sound.loopType) << ", rate " << rate << ", at " << at;
+            }
         }
     }
 }
