@@ -8,7 +8,7 @@ vimbo_packages=(
     libfmt-dev libutfcpp-dev libcli11-dev nlohmann-json3-dev libtomlplusplus-dev libgtest-dev libbenchmark-dev
     pkg-config libflac-dev libvorbis-dev libogg-dev
     sox ffmpeg sndfile-programs flac vorbis-tools sfarkxtc fluidsynth gigtools timgm6mb-soundfont libspandsp-dev time
-    midicsv wildmidi openttd-openmsx
+    midicsv wildmidi libwildmidi-config openttd-openmsx
 )
 
 install_packages() {
