@@ -1,6 +1,5 @@
 // Samples as FLAC or Ogg Vorbis streams, encoded on all cores.
 #include "base/last_error.h"
-#include "base/path.h"
 #include "base/text.h"
 #include "base/worker_pool.h"
 #include "formats/soundfont/soundfont.h"
@@ -12,12 +11,9 @@
 #include <exception>
 #include <mutex>
 
-#include <unistd.h>
-
 namespace vimbo::sf2 {
 namespace {
 
-constexpr std::size_t kCopyBytes = std::size_t{1} << 18;
 /// What a stream costs beyond its bytes: players need memory for its decoder.
 constexpr std::uint64_t kStreamCost = 128;
 constexpr unsigned kFlacLevel = 8;
@@ -176,16 +172,8 @@ private:
         const std::lock_guard lock(mutex_);
         FileObject& to = out_.file.File();
         const std::uint64_t offset = to.Size();
-        copy_.resize(kCopyBytes);
-        if (!from.Seek(0) || !to.Seek(offset))
+        if (!from.Seek(0) || !to.Seek(offset) || !CopyBytes(from, to, bytes))
             return false;
-        for (std::uint64_t left = bytes; left != 0;) {
-            const auto piece =
-                std::span(copy_).first(static_cast<std::size_t>(std::min<std::uint64_t>(left, kCopyBytes)));
-            if (!from.ReadExact(piece) || !to.WriteAll(piece))
-                return false;
-            left -= piece.size();
-        }
         lengths_[index] = {offset, bytes, IsFlac() ? FlacBits(*samples_[index].wave) : 0};
         return true;
     }
@@ -199,20 +187,9 @@ private:
     std::atomic<bool> cannotStore_ = false;
     std::mutex mutex_; ///< guards what follows, and the file of the streams
     std::vector<std::unique_ptr<ScratchFile>> free_;
-    std::vector<std::byte> copy_;
 };
 
 } // namespace
-
-bool ScratchFile::Create()
-{
-    std::u16string path;
-    if (!MakeTempPath(path, u".tmp"))
-        return false;
-    const bool isOpen = file_.Open(path, FileMode::ReadWrite);
-    ::unlink(WideToPath(path).c_str());
-    return isOpen;
-}
 
 std::unique_ptr<FrameSource> OpenSample(const OutSample& sample)
 {

@@ -1,7 +1,7 @@
 // The frames of a bank's samples on their way to the file.
 #pragma once
 
-#include "base/file_object.h"
+#include "base/scratch_file.h"
 #include "formats/format_choice.h"
 #include "formats/soundfont/soundfont_build.h"
 
@@ -12,16 +12,6 @@ namespace vimbo::sf2 {
 
 /// The sample's frames, mono, as many as the waveform says. Null with the Last error text on failure.
 std::unique_ptr<FrameSource> OpenSample(const OutSample& sample);
-
-/// A file without a name that goes when it is closed.
-class ScratchFile {
-public:
-    [[nodiscard]] bool Create();
-    FileObject& File() noexcept { return file_; }
-
-private:
-    FileObject file_;
-};
 
 /// A sample's stream in the scratch file; no bytes: the sample stays uncompressed.
 struct StreamPlace {
