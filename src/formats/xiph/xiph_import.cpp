@@ -1,6 +1,6 @@
 // Fetching the samples of FLAC and Ogg Vorbis streams, from files and from parts of banks.
 #include "base/last_error.h"
-#include "formats/xiph/file_range.h"
+#include "formats/speech/packet_frames.h"
 #include "formats/xiph/xiph.h"
 
 #include <algorithm>
@@ -16,17 +16,10 @@ constexpr std::u16string_view kTooManyChannels = u"Files of more than two channe
 
 constexpr std::u16string_view kNothingDecoded = u"No samples could be decoded";
 
-/// A decoder with its input.
-struct OpenStream {
-    std::unique_ptr<FileRange> input;
-    std::unique_ptr<PacketDecoder> decoder; ///< null: could not be opened
-};
-using OpenFn = OpenStream (*)(const Waveform& wave, FileObject& file);
-
 template <class Decoder>
-OpenStream OpenAs(const Waveform& wave, FileObject& file)
+PacketInput OpenAs(const Waveform& wave, FileObject& file)
 {
-    OpenStream stream;
+    PacketInput stream;
     stream.input = std::make_unique<FileRange>(file, wave.sourceOffset, wave.sourceBytes);
     auto decoder = std::make_unique<Decoder>();
     if (!decoder->Open(*stream.input))
@@ -37,52 +30,6 @@ OpenStream OpenAs(const Waveform& wave, FileObject& file)
         Fail(u"Reading from file failed"); // no longer the stream that described the waveform
     return stream;
 }
-
-/// Frames behind the stream's end are silent.
-class DecodedFrames final : public FrameSource {
-public:
-    /// @param owned null if the caller keeps the file open as long as this lives
-    DecodedFrames(const Waveform& wave, OpenStream stream, std::unique_ptr<FileObject> owned)
-        : FrameSource(wave.frames, wave.channels), owned_(std::move(owned)), stream_(std::move(stream))
-    {
-    }
-
-    bool Read(std::uint32_t first, std::span<float> out) override
-    {
-        if (first != position_ && !MoveTo(first))
-            return false;
-        std::size_t frames = 0;
-        if (!stream_.decoder->Read(out, frames))
-            return false;
-        std::ranges::fill(out.subspan(frames * Channels()), 0.0f);
-        position_ = first + out.size() / Channels();
-        return true;
-    }
-
-private:
-    /// Where seeking fails, because the stream is cut short or its places are wrong, decodes up to the place.
-    bool MoveTo(std::uint32_t first)
-    {
-        if (stream_.decoder->Seek(first))
-            return true;
-        constexpr std::size_t kPieceFrames = 16384;
-        std::vector<float> skipped(kPieceFrames * Channels());
-        for (std::uint64_t rest = first; rest > 0;) {
-            const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(rest, kPieceFrames));
-            std::size_t frames = 0;
-            if (!stream_.decoder->Read(std::span(skipped).first(wanted * Channels()), frames))
-                return false;
-            if (frames == 0)
-                return true;
-            rest -= frames;
-        }
-        return true;
-    }
-
-    std::unique_ptr<FileObject> owned_;
-    OpenStream stream_;
-    std::uint64_t position_ = 0;
-};
 
 /// Lowers a length that the stream is far from holding: no memory for what is not there.
 bool SettleLength(Waveform& wave, PacketDecoder& decoder)
@@ -106,20 +53,20 @@ bool Load(Waveform& wave, FileObject& file)
 {
     if (wave.frames == 0)
         return Fail(u"Zero length");
-    OpenStream stream = OpenAs<Decoder>(wave, file);
+    PacketInput stream = OpenAs<Decoder>(wave, file);
     if (stream.decoder == nullptr || !SettleLength(wave, *stream.decoder))
         return false;
-    DecodedFrames frames(wave, std::move(stream), nullptr);
+    PacketFrames frames(wave.frames, std::move(stream), nullptr);
     return LoadFrames(wave, frames);
 }
 
 template <class Decoder>
 std::unique_ptr<FrameSource> Stream(const Waveform& wave, std::unique_ptr<FileObject> file)
 {
-    OpenStream stream = OpenAs<Decoder>(wave, *file);
+    PacketInput stream = OpenAs<Decoder>(wave, *file);
     if (stream.decoder == nullptr)
         return nullptr;
-    return std::make_unique<DecodedFrames>(wave, std::move(stream), std::move(file));
+    return std::make_unique<PacketFrames>(wave.frames, std::move(stream), std::move(file));
 }
 
 /// The claimed length if the stream can have it, else what it really has.
