@@ -34,6 +34,7 @@ sound() { sox -n -r "$1" -c "$2" -b 16 "$3" synth "$seconds" pinknoise tremolo 3
 sound 44100 1 "$work/mono.wav"
 sound 8000 1 "$work/phone.wav"
 sound 16000 1 "$work/wide.wav"
+sound 44100 2 "$work/stereo.wav"
 
 decode() { # NAME FILE
     row "$1 decode" \
@@ -57,12 +58,16 @@ ffmpeg -nostdin -loglevel error -y -i "$work/mono.wav" -c:a adpcm_yamaha "$work/
 ffmpeg -nostdin -loglevel error -y -i "$work/phone.wav" -c:a adpcm_g726 -b:a 32k "$work/g726.wav"
 ffmpeg -nostdin -loglevel error -y -i "$work/wide.wav" -c:a g722 "$work/g722.wav"
 sox "$work/phone.wav" -e gsm-full-rate "$work/gsm.wav"
+ffmpeg -nostdin -loglevel error -y -i "$work/stereo.wav" -c:a libmp3lame -b:a 128k "$work/mp3.wav"
+ffmpeg -nostdin -loglevel error -y -i "$work/stereo.wav" -c:a mp2 -b:a 192k "$work/mp2.wav"
 decode "MS ADPCM" "$work/ms.wav"
 decode "IMA ADPCM" "$work/ima.wav"
 decode "Yamaha ADPCM" "$work/yamaha.wav"
 decode "G.726 4 bit" "$work/g726.wav"
 decode "G.722" "$work/g722.wav"
 decode "GSM 06.10" "$work/gsm.wav"
+decode "MPEG layer II" "$work/mp2.wav"
+decode "MPEG layer III" "$work/mp3.wav"
 encode "G.726 4 bit" "$work/phone.wav" "adpcm4" "-c:a adpcm_g726 -b:a 32k" "" wav
 encode "G.722" "$work/wide.wav" "" "-c:a g722" "" g722-8
 encode "GSM 06.10" "$work/phone.wav" "gsm" "" "-e gsm-full-rate" wav

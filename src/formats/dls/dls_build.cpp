@@ -24,19 +24,22 @@ constexpr std::array kCodings = {
     Coding{DataFormat::MuLaw, SampleCoding::MuLaw, 7, 8},
     Coding{DataFormat::ALaw, SampleCoding::ALaw, 6, 8},
     Coding{DataFormat::Adpcm4, {}, 17, 4, true},
+    Coding{DataFormat::Compressed, {}, 85, 0},
 };
 constexpr float kHardPan = 0.75f;
 
 /// Null with the Last error text if there is no encoder.
-const Coding* CodingFor(const Waveform& wave, FormatChoice choice)
+/// @param kbit  gets the bit rate for what is compressed
+const Coding* CodingFor(const Waveform& wave, FormatChoice choice, unsigned& kbit)
 {
-    // FIXME: the encoder of MPEG layer 3 is missing; what wishes for it gets another encoding.
     constexpr std::uint32_t kCompressed = FormatBit(DataFormat::Compressed);
     const std::uint32_t formats = choice.caps & kDataFormatMask;
-    if (formats != kCompressed)
+    // Without resampling, rates that MPEG does not have keep another encoding where one is allowed.
+    if (formats != kCompressed && NearestMp3Rate(wave.rateHz) != wave.rateHz)
         choice.caps &= ~kCompressed;
-    float kbit = 0;
-    const DataFormat format = PickDataFormat(wave, choice, kbit, nullptr, choice.variant);
+    float picked = 0;
+    const DataFormat format = PickDataFormat(wave, choice, picked, nullptr, choice.variant);
+    kbit = Mp3KbitFor(picked);
     const auto found = std::ranges::find(kCodings, format, &Coding::format);
     if (found != kCodings.end())
         return &*found;
@@ -160,6 +163,8 @@ std::u16string OutWave::Name() const
 std::uint64_t OutWave::DataBytes() const noexcept
 {
     const std::uint64_t frames = wave->frames;
+    if (coding->IsMp3())
+        return mp3.bytes;
     if (coding->isIma)
         return (frames + kImaBlockFrames - 1) / kImaBlockFrames * kImaBlockBytes * channels;
     return frames * channels * coding->bits / 8;
@@ -174,7 +179,7 @@ bool ListWaves(const ExportSet& set, const FormatChoice& choice, WaveList& out)
             continue;
         OutWave made;
         made.wave = wave;
-        made.coding = CodingFor(*wave, choice);
+        made.coding = CodingFor(*wave, choice, made.mp3.kbit);
         if (made.coding == nullptr)
             return false;
         out.places.emplace(wave, out.waves.size());

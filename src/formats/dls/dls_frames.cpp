@@ -1,4 +1,5 @@
 // The samples of one waveform on their way to a bank.
+#include "base/host.h"
 #include "base/last_error.h"
 #include "codecs/ima.h"
 #include "formats/dls/dls_build.h"
@@ -16,22 +17,65 @@ bool Put(FileObject& file, std::span<const std::byte> bytes)
     return file.WriteAll(bytes) || Fail(u"Couldn't write to file!");
 }
 
+/// The frames of a waveform, or of one channel of it, as many as it says: silence behind the end of a shorter
+/// source.
+class OutFrames final : public FrameSource {
+public:
+    /// @param source  of the waveform, with its own number of channels
+    OutFrames(const OutWave& wave, std::unique_ptr<FrameSource> source)
+        : FrameSource(wave.wave->frames, wave.channels), source_(std::move(source)), channel_(wave.channel)
+    {
+        takesOne_ = channel_ != OutWave::kWhole && source_->Channels() == 2;
+        if (!takesOne_ && source_->Channels() != wave.channels)
+            source_ = WithChannels(std::move(source_), wave.channels);
+    }
+
+    bool Read(std::uint32_t first, std::span<float> out) override
+    {
+        const std::size_t count = out.size() / Channels();
+        const std::size_t held =
+            first < source_->Frames() ? std::min<std::size_t>(source_->Frames() - first, count) : 0;
+        std::ranges::fill(out.subspan(held * Channels()), 0.0f);
+        if (held == 0)
+            return true;
+        if (!takesOne_)
+            return source_->Read(first, out.first(held * Channels()));
+        both_.resize(2 * held);
+        if (!source_->Read(first, both_))
+            return false;
+        for (std::size_t i = 0; i < held; ++i)
+            out[i] = both_[2 * i + channel_];
+        return true;
+    }
+
+private:
+    std::unique_ptr<FrameSource> source_;
+    unsigned channel_;
+    bool takesOne_ = false;
+    std::vector<float> both_;
+};
+
+/// Null with the Last error text on failure.
+std::unique_ptr<FrameSource> OpenOut(const OutWave& wave)
+{
+    std::unique_ptr<FrameSource> source = wave.wave->OpenFrames();
+    return source != nullptr ? std::make_unique<OutFrames>(wave, std::move(source)) : nullptr;
+}
+
 class WaveWriter {
 public:
     WaveWriter(const OutWave& wave, FileObject& file) noexcept : wave_(wave), file_(file) {}
 
     bool Write()
     {
-        std::unique_ptr<FrameSource> source = wave_.wave->OpenFrames();
+        const std::unique_ptr<FrameSource> source = OpenOut(wave_);
         if (source == nullptr)
             return false;
-        const bool takesOne = wave_.channel != OutWave::kWhole && source->Channels() == 2;
-        if (!takesOne && source->Channels() != wave_.channels)
-            source = WithChannels(std::move(source), wave_.channels);
-        const std::uint32_t frames = wave_.wave->frames;
+        const std::uint32_t frames = source->Frames();
         for (std::uint32_t first = 0; first < frames;) {
             const std::size_t count = std::min<std::size_t>(kPieceFrames, frames - first);
-            if (!Read(*source, first, count) || !(wave_.coding->isIma ? PutIma() : PutLinear()))
+            samples_.resize(count * wave_.channels);
+            if (!source->Read(first, samples_) || !(wave_.coding->isIma ? PutIma() : PutLinear()))
                 return false;
             first += static_cast<std::uint32_t>(count);
         }
@@ -39,22 +83,6 @@ public:
     }
 
 private:
-    /// Silence behind the end of a source that is shorter than the waveform says.
-    bool Read(FrameSource& source, std::uint32_t first, std::size_t count)
-    {
-        const unsigned channels = source.Channels();
-        const std::size_t held = first < source.Frames() ? source.Frames() - first : 0;
-        samples_.assign(count * channels, 0.0f);
-        if (held != 0 && !source.Read(first, std::span(samples_).first(std::min(count, held) * channels)))
-            return false;
-        if (channels == wave_.channels)
-            return true;
-        for (std::size_t i = 0; i < count; ++i)
-            samples_[i] = samples_[i * channels + wave_.channel];
-        samples_.resize(count);
-        return true;
-    }
-
     bool PutLinear()
     {
         const SampleCoding coding = wave_.coding->samples;
@@ -89,9 +117,33 @@ private:
 
 } // namespace
 
-bool WriteFrames(const OutWave& wave, FileObject& file)
+bool CompressWaves(WaveList& waves, Host& host)
 {
-    return WaveWriter(wave, file).Write();
+    const auto isMp3 = [](const OutWave& wave) { return wave.coding->IsMp3(); };
+    if (std::ranges::none_of(waves.waves, isMp3))
+        return true;
+    if (!waves.scratch.Create())
+        return Fail(u"Could not create file");
+    for (std::size_t i = 0; i < waves.waves.size(); ++i) {
+        OutWave& wave = waves.waves[i];
+        if (!isMp3(wave))
+            continue;
+        if (host.IsCancelled())
+            return Fail(u"Save aborted!");
+        host.SetProgress(u"Compressing: " + std::u16string(wave.wave->GetName()),
+                         static_cast<double>(i) / static_cast<double>(waves.waves.size()));
+        const std::unique_ptr<FrameSource> source = OpenOut(wave);
+        if (source == nullptr ||
+            !EncodeMp3(*source, wave.wave->rateHz, wave.mp3.kbit, waves.scratch.File(), wave.mp3))
+            return false;
+    }
+    host.SetProgress(u"");
+    return true;
+}
+
+bool WriteFrames(const OutWave& wave, FileObject& scratch, FileObject& file)
+{
+    return wave.coding->IsMp3() ? PutMp3(wave.mp3, scratch, file) : WaveWriter(wave, file).Write();
 }
 
 } // namespace vimbo::dls

@@ -133,17 +133,25 @@ void WriteFormat(ByteWriter& out, const OutWave& wave)
     common.tag = coding.tag;
     common.channels = static_cast<std::uint16_t>(wave.channels);
     common.rateHz = wave.wave->rateHz;
-    const std::uint64_t align =
-        coding.isIma ? kImaBlockBytes * wave.channels : wave.channels * coding.bits / 8u;
-    const std::uint64_t frames = coding.isIma ? kImaBlockFrames : 1;
-    common.blockAlign = static_cast<std::uint16_t>(align);
-    common.averageBytes = static_cast<std::uint32_t>(wave.wave->rateHz * align / frames);
-    WriteHead(out, FourCc{"fmt "}, sizeof(common) + 2 * sizeof(U16le) + (coding.isIma ? sizeof(U16le) : 0));
+    ByteWriter fields;
+    if (coding.IsMp3()) {
+        common.blockAlign = std::uint16_t{1};
+        common.averageBytes = wave.mp3.kbit * 1000 / 8;
+        fields.Write(Mp3FieldsOf(wave.wave->rateHz, wave.mp3.kbit));
+    } else {
+        const std::uint64_t align =
+            coding.isIma ? kImaBlockBytes * wave.channels : wave.channels * coding.bits / 8u;
+        common.blockAlign = static_cast<std::uint16_t>(align);
+        common.averageBytes =
+            static_cast<std::uint32_t>(wave.wave->rateHz * align / (coding.isIma ? kImaBlockFrames : 1u));
+        fields.Write(U16le(coding.bits));
+        fields.Write(U16le(coding.isIma ? std::uint16_t{sizeof(U16le)} : std::uint16_t{0}));
+        if (coding.isIma)
+            fields.Write(U16le(kImaBlockFrames));
+    }
+    WriteHead(out, FourCc{"fmt "}, sizeof(common) + fields.Size());
     out.Write(common);
-    out.Write(U16le(coding.bits));
-    out.Write(U16le(coding.isIma ? std::uint16_t{sizeof(U16le)} : std::uint16_t{0}));
-    if (coding.isIma)
-        out.Write(U16le(kImaBlockFrames));
+    out.Append(fields.Bytes());
     if (coding.tag == kTagPcm)
         return;
     WriteHead(out, FourCc{"fact"}, sizeof(U32le));
@@ -186,7 +194,7 @@ bool Put(FileObject& file, std::span<const std::byte> bytes)
 class BankWriter {
 public:
     /// @param song  RIFF-MIDI image; empty for none
-    BankWriter(const TextItem& root, const WaveList& waves, const std::vector<OutInstrument>& instruments,
+    BankWriter(const TextItem& root, WaveList& waves, const std::vector<OutInstrument>& instruments,
                std::uint32_t level, std::span<const std::byte> song)
         : waves_(waves)
     {
@@ -208,7 +216,7 @@ public:
 
     bool Fits() const noexcept { return FormBytes() <= std::numeric_limits<std::uint32_t>::max(); }
 
-    bool Write(FileObject& file, Host& host) const
+    bool Write(FileObject& file, Host& host)
     {
         ByteWriter form;
         WriteHead(form, FourCc{"RIFF"}, FormBytes());
@@ -221,8 +229,8 @@ public:
             const OutWave& wave = waves_.waves[i];
             host.SetProgress(wave.wave->GetName(),
                              static_cast<double>(i) / static_cast<double>(waves_.waves.size()));
-            if (!Put(file, frames_[i].front.Bytes()) || !WriteSamples(wave, file, host) ||
-                !Put(file, frames_[i].back.Bytes()))
+            if (!Put(file, frames_[i].front.Bytes()) ||
+                !WriteSamples(wave, waves_.scratch.File(), file, host) || !Put(file, frames_[i].back.Bytes()))
                 return false;
         }
         host.SetProgress(u"");
@@ -230,9 +238,9 @@ public:
     }
 
 private:
-    static bool WriteSamples(const OutWave& wave, FileObject& file, Host& host)
+    static bool WriteSamples(const OutWave& wave, FileObject& scratch, FileObject& file, Host& host)
     {
-        if (WriteFrames(wave, file))
+        if (WriteFrames(wave, scratch, file))
             return true;
         const std::u16string reason = LastError();
         host.ShowMessage(reason, u"Error!", MessageIcon::Error);
@@ -257,7 +265,7 @@ private:
         return sizeof(FourCc) + front_.Size() + poolBytes_ + back_.Size();
     }
 
-    const WaveList& waves_;
+    WaveList& waves_;
     std::vector<WaveFrame> frames_;
     std::uint64_t poolBytes_ = 0;
     ByteWriter front_; ///< from `colh` to the head of the list of waveforms
@@ -326,10 +334,12 @@ bool WriteBank(Item& root, FileObject& file, const FormatChoice& choice, const S
     for (const OutInstrument& instrument : instruments)
         NoteInstrument(notes, instrument, waves, shape.level);
     NoteBank(notes, root, set, instruments);
+    if (!CompressWaves(waves, host))
+        return false;
     MemoryFile song;
     if (shape.song != nullptr && !midi::WriteRmiImage(*shape.song, song))
         return false;
-    const BankWriter bank(TitleOf(root), waves, instruments, shape.level, song.Bytes());
+    BankWriter bank(TitleOf(root), waves, instruments, shape.level, song.Bytes());
     if (!bank.Fits())
         return Fail(u"The samples are too long for a DLS bank, which can have 4 GB");
     return bank.Write(file, host);

@@ -48,6 +48,10 @@ struct WaveFormat {
 
     /// PCM, float and G.711: samples of equal size that can be read from any frame.
     bool IsLinear() const noexcept { return family <= WaveFamily::MuLaw; }
+    bool IsMpeg() const noexcept
+    {
+        return family == WaveFamily::MpegLayer12 || family == WaveFamily::MpegLayer3;
+    }
     /// Bytes of one sample, of one frame with all its channels. IsLinear() only.
     std::uint64_t SampleBytes() const noexcept;
     std::uint64_t FrameBytes() const noexcept { return SampleBytes() * channels; }

@@ -3,6 +3,7 @@
 // need be remembered.
 #include "base/last_error.h"
 #include "dsp/kernels/sample_convert.h"
+#include "formats/mpeg/mpeg.h"
 #include "formats/wave/wave.h"
 #include "formats/wave/wave_codecs.h"
 #include "formats/wave/wave_format.h"
@@ -157,6 +158,8 @@ bool LoadWave(Waveform& wave, FileObject& file)
         return false;
     if (format.IsLinear())
         return LoadLinear(wave, format, file);
+    if (format.IsMpeg())
+        return LoadMpeg(wave, file, wave.sourceOffset, wave.sourceBytes);
     WaveStream stream;
     return SettleWaveStream(wave, format, body, stream) &&
            LoadCodedStream(wave, file, stream.offset, stream.bytes, stream.restart);
@@ -170,6 +173,8 @@ std::unique_ptr<FrameSource> StreamWave(const Waveform& wave, std::unique_ptr<Fi
         return nullptr;
     if (format.IsLinear())
         return StreamLinear(wave, format, std::move(file));
+    if (format.IsMpeg())
+        return StreamMpeg(wave, std::move(file), wave.sourceOffset, wave.sourceBytes);
     WaveStream stream;
     if (!SettleWaveStream(wave, format, body, stream))
         return nullptr;

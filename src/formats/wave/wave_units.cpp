@@ -143,6 +143,20 @@ void SampleToWsmp(const DlsSample& sample, WsmpHead& head, WsmpLoop& record) noe
     record.length = ToWord(sample.loop.end - sample.loop.start + 0.5);
 }
 
+FmtMp3 Mp3FieldsOf(std::uint32_t rateHz, unsigned kbit) noexcept
+{
+    constexpr std::uint16_t kIdMpeg = 1, kCodecDelay = 1104; // mmreg.h; what most writers give
+    constexpr std::uint32_t kHalfFramesBelow = 28000;
+    const std::uint32_t bytesPerKbit = rateHz < kHalfFramesBelow ? 72000 : 144000;
+    FmtMp3 fields;
+    fields.extraBytes = static_cast<std::uint16_t>(sizeof(FmtMp3) - 2 * sizeof(U16le));
+    fields.id = kIdMpeg;
+    fields.blockBytes = static_cast<std::uint16_t>((rateHz / 2 + bytesPerKbit * kbit) / rateHz);
+    fields.framesPerBlock = std::uint16_t{1};
+    fields.codecDelay = kCodecDelay;
+    return fields;
+}
+
 std::uint32_t SamplePeriod(std::uint32_t rateHz) noexcept
 {
     return rateHz == 0 ? 0 : ToWord(1e9 / rateHz + 0.499);

@@ -45,6 +45,9 @@ DlsSample SampleFromWsmp(const WsmpHead& head, const WsmpLoop* loop) noexcept;
 /// Fills both records; the head's loop count is 0 if the loop is off. DLS has forward loops only.
 void SampleToWsmp(const DlsSample& sample, WsmpHead& head, WsmpLoop& loop) noexcept;
 
+/// What `fmt ` says of a stream of MPEG layer 3 behind the common part.
+FmtMp3 Mp3FieldsOf(std::uint32_t rateHz, unsigned kbit) noexcept;
+
 /// Nanoseconds per frame, rounded; 0 for a rate of 0.
 std::uint32_t SamplePeriod(std::uint32_t rateHz) noexcept;
 

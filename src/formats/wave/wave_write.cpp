@@ -5,6 +5,7 @@
 #include "base/text.h"
 #include "dsp/kernels/sample_convert.h"
 #include "formats/format_choice.h"
+#include "formats/mpeg/mpeg.h"
 #include "formats/speech/stream_encoders.h"
 #include "formats/wave/wave.h"
 #include "formats/wave/wave_records.h"
@@ -51,6 +52,7 @@ constexpr std::array kCodings = {
     CodingRow{DataFormat::Adpcm3, {}, 20, 3, 20, false},
     CodingRow{DataFormat::Adpcm4, {}, 64, 4, 20, false},
     CodingRow{DataFormat::Adpcm5, {}, 20, 5, 20, false},
+    CodingRow{DataFormat::Compressed, {}, 85, 0, 30, false},
 };
 constexpr std::uint16_t kTagPcm = 1;
 constexpr std::uint16_t kTagExtensible = 65534;
@@ -61,11 +63,13 @@ struct WavePlan {
     std::uint32_t variant;
     std::uint32_t frames;
     std::uint16_t channels;
+    Mp3Stream mp3 = {}; ///< the samples, where they are compressed
 
     bool IsExtensible() const noexcept { return variant == kWaveVariantExtensible; }
     bool IsSmplFirst() const noexcept { return variant == kWaveVariantSmplFirst; }
     bool IsCreamware() const noexcept { return variant == kWaveVariantCreamware; }
     bool IsGsm() const noexcept { return coding.format == DataFormat::Gsm; }
+    bool IsMp3() const noexcept { return coding.format == DataFormat::Compressed; }
     std::uint16_t FrameBytes() const noexcept
     {
         return static_cast<std::uint16_t>(channels * coding.bits / 8);
@@ -75,12 +79,16 @@ struct WavePlan {
     {
         if (coding.isLinear)
             return FrameBytes();
+        if (IsMp3())
+            return 1;
         return static_cast<std::uint16_t>(IsGsm() ? kGsmWavBlockBytes : coding.bits * 16u);
     }
     std::uint32_t AverageBytes(std::uint32_t rateHz) const noexcept
     {
         if (coding.isLinear)
             return rateHz * FrameBytes();
+        if (IsMp3())
+            return mp3.kbit * 1000 / 8;
         if (IsGsm())
             return static_cast<std::uint32_t>(rateHz * 0.203125); // 65 bytes for 320 samples
         return (coding.bits * rateHz + 7) / 8;
@@ -89,6 +97,8 @@ struct WavePlan {
     {
         if (coding.isLinear)
             return std::uint64_t{frames} * FrameBytes();
+        if (IsMp3())
+            return mp3.bytes;
         return IsGsm() ? GsmBlocks() * kGsmWavBlockBytes : (std::uint64_t{coding.bits} * frames + 7) / 8;
     }
     /// GSM fills up its last block, and says so.
@@ -139,6 +149,10 @@ void WriteFmt(ByteWriter& out, const WavePlan& plan, std::uint32_t rateHz)
     common.averageBytes = plan.AverageBytes(rateHz);
     common.blockAlign = plan.BlockAlign();
     out.Write(common);
+    if (plan.IsMp3()) {
+        out.Write(Mp3FieldsOf(rateHz, plan.mp3.kbit));
+        return;
+    }
     if (!isExtensible) {
         out.Write(U16le(coding.bits));
         WriteFmtExtra(out, plan);
@@ -371,14 +385,28 @@ bool PutEncoded(FileObject& file, FrameSource& source, const WavePlan& plan, std
     return Put(file, bytes);
 }
 
+/// @param stream  has the bit rate that is wanted
+bool Compress(FrameSource& source, std::uint32_t rateHz, ScratchFile& scratch, Mp3Stream& stream)
+{
+    if (!scratch.Create())
+        return Fail(u"Could not create file");
+    return EncodeMp3(source, rateHz, stream.kbit, scratch.File(), stream);
+}
+
+/// @param stream  where the compressed samples wait
+bool PutCompressed(FileObject& file, FileObject& stream, const WavePlan& plan, std::vector<std::byte> bytes,
+                   const ByteWriter& tail)
+{
+    if (!Put(file, bytes) || !PutMp3(plan.mp3, stream, file))
+        return false;
+    bytes.clear();
+    AppendEnd(bytes, plan, tail);
+    return Put(file, bytes);
+}
+
 /// The row of the chosen format, or null with the Last error text.
 const CodingRow* FindCoding(DataFormat format, std::uint32_t variant)
 {
-    // FIXME: the encoder of MPEG layer 3 is missing.
-    if (format == DataFormat::Compressed && variant != kWaveVariantExtensible) {
-        Fail(u"The encoder for " + std::u16string(DataFormatName(format)) + u" is missing");
-        return nullptr;
-    }
     const auto row = std::ranges::find(kCodings, format, &CodingRow::format);
     const bool isPcmOrFloat =
         row != kCodings.end() && row->isLinear && format != DataFormat::MuLaw && format != DataFormat::ALaw;
@@ -399,13 +427,18 @@ bool WriteWaveform(Waveform& wave, FileObject& file, FormatChoice choice)
     choice = ChoiceForEncoding(choice, format);
     std::unique_ptr<FrameSource> source;
     if (wave.frames != 0) {
-        source = OpenFramesForWriter(wave, choice);
+        source = OpenFramesForWriter(wave, choice,
+                                     format == DataFormat::Compressed ? NearestMp3Rate(wave.rateHz) : 0);
         if (source == nullptr)
             return false;
     }
     const unsigned channels = source != nullptr ? source->Channels() : PickChannels(wave, choice);
     const std::uint32_t frames = source != nullptr ? source->Frames() : 0;
-    const WavePlan plan{*coding, choice.variant, frames, static_cast<std::uint16_t>(channels)};
+    WavePlan plan{*coding, choice.variant, frames, static_cast<std::uint16_t>(channels)};
+    ScratchFile scratch;
+    plan.mp3.kbit = Mp3KbitFor(kbit);
+    if (plan.IsMp3() && source != nullptr && !Compress(*source, wave.rateHz, scratch, plan.mp3))
+        return false;
     const ByteWriter front = MakeFront(plan, wave);
     const ByteWriter tail = MakeTail(plan, wave);
     const ByteWriter form = MakeForm(plan, front.Size() + plan.PaddedBytes() + tail.Size());
@@ -415,8 +448,10 @@ bool WriteWaveform(Waveform& wave, FileObject& file, FormatChoice choice)
         AppendEnd(bytes, plan, tail);
         return Put(file, bytes);
     }
-    return coding->isLinear ? PutLinear(file, *source, plan, std::move(bytes), tail)
-                            : PutEncoded(file, *source, plan, std::move(bytes), tail);
+    if (coding->isLinear)
+        return PutLinear(file, *source, plan, std::move(bytes), tail);
+    return plan.IsMp3() ? PutCompressed(file, scratch.File(), plan, std::move(bytes), tail)
+                        : PutEncoded(file, *source, plan, std::move(bytes), tail);
 }
 
 } // namespace

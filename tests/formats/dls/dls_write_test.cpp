@@ -213,10 +213,56 @@ TEST(DlsWrite, ExtendedLevelsHoldOtherEncodings)
         for (std::size_t i = 0; i < wave.frames; ++i)
             ASSERT_NEAR(read.LockSamples()[i], wave.LockSamples()[i], row.error) << i;
     }
+}
+
+TEST(DlsWrite, CompressedWavesKeepFramesLoopsAndGain)
+{
+    for (const unsigned channels : {1u, 2u}) {
+        for (const std::uint32_t level : {kDlsLevel2Plus, kDlsLevel2PlusPlus}) {
+            Collection items, again;
+            Waveform& wave = AddWave(items, u"Wave", 20001, channels);
+            wave.loop = {LoopType::Forward, false, false, 4000, 19000, 0};
+            wave.volume = -3.5f;
+            AddWave(items, u"Next", 3000);
+            auto& odd = AddWave(items, u"Odd rate", 3000);
+            odd.rateHz = 96000;
+            FormatChoice choice{FormatBit(DataFormat::Compressed) | FormatBit(DataFormat::Pcm16) | kCapsMono |
+                                    (level == kDlsLevel2Plus ? kCapsStereo : kCapsDualMono),
+                                level, 0};
+            for (Waveform* each : {&wave, &odd})
+                each->saveFormat = BitrateToSaveFormat(160);
+            MemoryFile file;
+            ASSERT_TRUE(WriteDls(items, file, choice));
+            Written written{true, file.Release()};
+            EXPECT_LT(written.bytes.size(), 35000u);
+            Load(again, written);
+            const auto list = again.List<Waveform>();
+            const bool isSplit = channels == 2 && level == kDlsLevel2PlusPlus;
+            ASSERT_EQ(list.size(), isSplit ? 4u : 3u);
+            const auto named = [&list](std::u16string_view name) -> Waveform& {
+                return **std::ranges::find_if(list, [&](Waveform* each) { return each->GetName() == name; });
+            };
+            Waveform& read = named(isSplit ? u"Wave -L" : u"Wave");
+            ASSERT_EQ(read.frames, 20001u);
+            EXPECT_EQ(read.channels, isSplit ? 1u : channels);
+            EXPECT_EQ(read.loop.start, 4000);
+            EXPECT_EQ(read.loop.end, 19000);
+            EXPECT_NEAR(read.volume, -3.5f, 0.01f);
+            EXPECT_EQ(read.saveFormat, BitrateToSaveFormat(160));
+            float worst = 0;
+            for (std::size_t frame = 1000; frame < 19000; ++frame) // its ends are steps
+                worst = std::max(worst, std::abs(read.LockSamples()[frame * read.channels] -
+                                                 wave.LockSamples()[frame * channels]));
+            EXPECT_LT(worst, 0.005f) << "one frame late or early would be 0.03 and more, 0.5 dB too";
+            EXPECT_EQ(named(u"Next").frames, 3000u);
+            EXPECT_EQ(named(u"Odd rate").rateHz, 96000u) << "kept as PCM";
+            EXPECT_EQ(named(u"Odd rate").bits, 16);
+        }
+    }
     Collection items;
-    AddWave(items, u"Wave", 20);
+    AddWave(items, u"Wave", 20).rateHz = 96000;
     EXPECT_FALSE(Write(items, kDlsLevel2Plus, FormatBit(DataFormat::Compressed) | kCapsMono).good);
-    EXPECT_EQ(LastError(), u"The encoder for Compressed is missing");
+    EXPECT_EQ(LastError(), u"Format not supported by MP3 encoder");
 }
 
 TEST(DlsWrite, LossesAreTold)

@@ -109,6 +109,24 @@ TEST(WaveWitness, FfmpegDecodesTheSameSamples)
     CompareDecoded("ffmpeg -v error -nostdin -i ", " -f f32le -c:a pcm_f32le -");
 }
 
+TEST(WaveWitness, FfmpegDecodesTheSameCompressedSamples)
+{
+    if (!HasProgram("ffmpeg"))
+        GTEST_SKIP() << "ffmpeg is not installed";
+    const ScratchFolder folder;
+    for (const std::uint8_t channels : {std::uint8_t{1}, std::uint8_t{2}}) {
+        const Written file = Write(folder, channels, DataFormat::Compressed);
+        const std::vector<float> decoded =
+            FloatsOf(ResultOf("ffmpeg -v error -nostdin -i '" + file.path + "' -f f32le -c:a pcm_f32le -"));
+        // It does not cut off the frame without sound and the delays of both filters.
+        const std::size_t cut = (1152 + 576 + 529) * channels;
+        ASSERT_EQ(file.samples.size(), kFrames * channels);
+        ASSERT_GE(decoded.size(), cut + file.samples.size());
+        for (std::size_t i = 0; i < file.samples.size(); ++i)
+            ASSERT_NEAR(decoded[cut + i], file.samples[i], 2e-5) << i;
+    }
+}
+
 TEST(WaveWitness, LibsndfileSeesLoopsMarkersAndTexts)
 {
     if (!HasProgram("sndfile-info"))
