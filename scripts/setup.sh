@@ -6,7 +6,7 @@ vimbo_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 vimbo_packages=(
     g++ cmake ninja-build ccache clang-14 libclang-rt-14-dev clang-format-14
     libfmt-dev libutfcpp-dev libcli11-dev nlohmann-json3-dev libtomlplusplus-dev libgtest-dev libbenchmark-dev
-    pkg-config libflac-dev libvorbis-dev libogg-dev libmp3lame-dev
+    pkg-config libflac-dev libvorbis-dev libogg-dev libmp3lame-dev libtwolame-dev
     sox ffmpeg sndfile-programs flac vorbis-tools sfarkxtc fluidsynth gigtools timgm6mb-soundfont libspandsp-dev time
     lame mpg123 midicsv wildmidi libwildmidi-config openttd-openmsx
 )

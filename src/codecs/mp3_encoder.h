@@ -1,7 +1,7 @@
 // MPEG layer III streams through LAME.
 #pragma once
 
-#include "codecs/packet_stream.h"
+#include "codecs/mpeg_encoder.h"
 
 #include <memory>
 
@@ -26,23 +26,20 @@ struct Mp3Settings {
 std::uint32_t NearestMp3Rate(std::uint32_t rateHz) noexcept;
 
 /// Threads: any number of objects at once, one thread each. The same input gives the same bytes.
-class Mp3Encoder {
+class Mp3Encoder final : public MpegEncoder {
 public:
     Mp3Encoder();
-    ~Mp3Encoder();
-    Mp3Encoder(const Mp3Encoder&) = delete;
-    Mp3Encoder& operator=(const Mp3Encoder&) = delete;
+    ~Mp3Encoder() override;
 
     /// `sink` outlives the encoder. Errors: "Format not supported by MP3 encoder", "Out of memory",
-    /// "Couldn't write to file!".
+    /// "Couldn't write to file!", "You need to install the free Lame_Enc.dll encoder add-on if you wish to
+    /// compress MP3-audio."
     [[nodiscard]] bool Start(const Mp3Settings& settings, ByteSink& sink);
-    /// Bit rate of the stream in kbit/s; the mean or a lower bound where it varies.
-    unsigned Kbit() const noexcept;
-    /// Interleaved samples, nominal range [-1, 1]. Errors: "Stream error", "Couldn't write to file!".
-    [[nodiscard]] bool Put(std::span<const float> samples);
+    unsigned Kbit() const noexcept override;
+    [[nodiscard]] bool Put(std::span<const float> samples) override;
     /// Writes what is left, and into the first frame, which has no sound, how many frames (samples) at both
     /// ends are not the sound's: readers that know of it get back as many as were put in.
-    [[nodiscard]] bool Finish();
+    [[nodiscard]] bool Finish() override;
 
 private:
     struct State;

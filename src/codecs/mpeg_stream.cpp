@@ -100,9 +100,10 @@ public:
     {
         const bool isHeld = at >= start_ && at - start_ <= held_ && count <= held_ - (at - start_);
         if (!isHeld && !(at >= start_ && at - start_ <= held_ && isEnd_)) {
-            start_ = at;
+            // Seeking goes back frame by frame.
+            start_ = at < start_ ? at - std::min<std::uint64_t>(at, kWindowBytes / 2) : at;
             held_ = 0;
-            hasFailed_ = !input_.Read(at, bytes_, held_) || hasFailed_;
+            hasFailed_ = !input_.Read(start_, bytes_, held_) || hasFailed_;
             isEnd_ = held_ < bytes_.size();
         }
         const auto skipped = static_cast<std::size_t>(at - start_);
@@ -272,18 +273,9 @@ bool MpegStream::Open(ByteInput& input)
     SetChannels(info_.first.Channels());
     const std::uint64_t perFrame = info_.first.Frames();
     info_.mpegFrames = places_.size();
-    const std::uint64_t total = info_.mpegFrames * perFrame;
-    info_.frames = total;
-    if (extra.delay) {
-        info_.isTrimmed = true;
-        begin_ = std::min(*extra.delay + kDecoderDelay, total);
-        // The padding lies behind the last frame that the encoder made, which is not there if others are
-        // missing.
-        const bool isWhole = !extra.mpegFrames || *extra.mpegFrames == info_.mpegFrames;
-        const std::uint64_t padding =
-            isWhole ? std::max<std::uint64_t>(*extra.padding, kDecoderDelay) - kDecoderDelay : 0;
-        info_.frames = total - begin_ - std::min(padding, total - begin_);
-    }
+    info_.frames = info_.mpegFrames * perFrame;
+    if (extra.delay)
+        Trim(*extra.delay, *extra.padding, !extra.mpegFrames || *extra.mpegFrames == info_.mpegFrames);
     const std::uint64_t span = places_.back() - places_.front();
     if (info_.mpegFrames > 1)
         info_.kbit = static_cast<float>(static_cast<double>(span) * 8 * info_.first.rateHz / 1000 /
@@ -291,6 +283,20 @@ bool MpegStream::Open(ByteInput& input)
     else
         info_.kbit = info_.first.kbit;
     return Seek(0) || info_.frames == 0;
+}
+
+/// Leaves out what the encoder added. A claim of more than there is counts as none.
+/// @param isWhole  the last frame that the encoder made, behind which the padding lies, is there
+void MpegStream::Trim(std::uint32_t delay, std::uint32_t padding, bool isWhole) noexcept
+{
+    const std::uint64_t total = info_.frames;
+    const std::uint64_t begin = delay + kDecoderDelay;
+    const std::uint64_t end = isWhole ? std::max<std::uint64_t>(padding, kDecoderDelay) - kDecoderDelay : 0;
+    if (begin + end > total)
+        return;
+    info_.isTrimmed = true;
+    info_.frames = total - begin - end;
+    begin_ = begin;
 }
 
 bool MpegStream::ReadFrame(std::uint64_t index, MpegHeader& header, std::span<const std::byte>& bytes)

@@ -43,6 +43,7 @@ private:
     class Scanner;
     class Window;
 
+    void Trim(std::uint32_t delay, std::uint32_t padding, bool isWhole) noexcept;
     bool ReadFrame(std::uint64_t index, MpegHeader& header, std::span<const std::byte>& bytes);
     bool StartBefore(std::uint64_t index);
     bool DecodeFrame();

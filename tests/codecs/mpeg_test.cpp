@@ -1,10 +1,12 @@
 // MPEG audio beside ffmpeg, an independent decoder, and through LAME and back.
+#include "codecs/mp2_encoder.h"
 #include "codecs/mp3_encoder.h"
 #include "codecs/mpeg_maker.h"
 #include "codecs/mpeg_stream.h"
 
 #include "base/last_error.h"
 #include "programs.h"
+#include "test_files.h"
 
 #include <gtest/gtest.h>
 
@@ -17,7 +19,6 @@ namespace vimbo {
 namespace {
 
 using namespace vimbo::testing;
-using Bytes = std::vector<std::byte>;
 using Samples = std::vector<float>;
 
 /// The standard's limit for full accuracy (ISO/IEC 11172-4): rms of the difference, full scale 1.
@@ -85,28 +86,23 @@ Bytes ToBytes(const std::string& text)
     return bytes;
 }
 
-/// The path of a file that holds the bytes.
-std::string Store(const Bytes& bytes)
-{
-    const std::string path = ::testing::TempDir() + "vimbo_mpeg.mp3";
-    std::ofstream(path, std::ios::binary)
-        .write(static_cast<const char*>(static_cast<const void*>(bytes.data())),
-               static_cast<std::streamsize>(bytes.size()));
-    return path;
-}
-
 /// What ffmpeg makes of it. A first frame without sound is passed over, but nothing cut off.
 Samples FfmpegDecodes(const Bytes& bytes, unsigned layer)
 {
+    const ScratchFolder folder;
+    folder.Put("stream.mp3", bytes);
     return ToSamples(OutputOf("ffmpeg -nostdin -loglevel quiet -flags2 skip_manual -c:a mp" +
-                              std::to_string(layer) + "float -f mp3 -i '" + Store(bytes) +
-                              "' -f f32le -c:a pcm_f32le -"));
+                              std::to_string(layer) + "float -f mp3 -i '" +
+                              (folder.Path() / "stream.mp3").string() + "' -f f32le -c:a pcm_f32le -"));
 }
 
 /// The same by mpg123.
 Samples Mpg123Decodes(const Bytes& bytes)
 {
-    return ToSamples(OutputOf("mpg123 -q --no-gapless -e f32 -s '" + Store(bytes) + "'"));
+    const ScratchFolder folder;
+    folder.Put("stream.mp3", bytes);
+    return ToSamples(
+        OutputOf("mpg123 -q --no-gapless -e f32 -s '" + (folder.Path() / "stream.mp3").string() + "'"));
 }
 
 double RmsDifference(std::span<const float> a, std::span<const float> b)
@@ -145,6 +141,14 @@ Bytes Encode(const Mp3Settings& settings, const Samples& sound)
     Mp3Encoder encoder;
     EXPECT_TRUE(encoder.Start(settings, sink) && encoder.Put(sound) && encoder.Finish());
     return sink.held;
+}
+
+Bytes Joined(std::initializer_list<std::span<const std::byte>> parts)
+{
+    Bytes all;
+    for (const auto part : parts)
+        all.insert(all.end(), part.begin(), part.end());
+    return all;
 }
 
 TEST(MpegAudio, HuffmanCodesAreComplete)
@@ -283,8 +287,9 @@ TEST(MpegAudio, EncodedSoundsDecodeAsOthersDecodeThem)
             check(Encode({Mp3RateMode::Variable, rateHz, channels, 0, 3}, sound), "VBR");
         }
     }
+    const ScratchFolder folder;
     const auto layer2 = [&](const std::string& options) {
-        const std::string out = ::testing::TempDir() + "vimbo_mpeg.mp2";
+        const std::string out = (folder.Path() / "stream.mp2").string();
         const std::string output =
             OutputOf("ffmpeg -nostdin -loglevel quiet -y -f lavfi -i 'anoisesrc=d=1:a=0.3:c=pink,aphaser' " +
                      options + " -f mp2 '" + out + "' && cat '" + out + "'");
@@ -308,11 +313,45 @@ TEST(MpegAudio, EncodedSoundsDecodeAsOthersDecodeThem)
         layer2("-c:a libtwolame -mode joint_stereo -ac 2 -ar 44100 -b:a 96k");
 }
 
+TEST(MpegAudio, LayerIIThroughTheEncoderAndBack)
+{
+    const struct {
+        Mp2Settings settings;
+        unsigned kbit;
+    } cases[] = {
+        {{44100, 2, 192}, 192}, {{48000, 1, 60}, 64},   {{32000, 2, 32}, 64}, // no lower one for two channels
+        {{44100, 1, 384}, 192}, {{24000, 2, 500}, 160}, {{16000, 1, 96}, 96},
+    };
+    for (const auto& c : cases) {
+        const unsigned channels = c.settings.channels;
+        const Samples sound = MakeSound(20001, channels, c.settings.rateHz);
+        MemorySink sink;
+        Mp2Encoder encoder;
+        ASSERT_TRUE(encoder.Start(c.settings, sink) && encoder.Put(sound) && encoder.Finish());
+        EXPECT_EQ(encoder.Kbit(), c.kbit) << c.settings.rateHz << " Hz";
+        const Decoded back = DecodeAll(sink.held);
+        EXPECT_EQ(back.info.first.layer, 2);
+        EXPECT_EQ(back.info.first.kbit, c.kbit);
+        EXPECT_EQ(back.info.first.rateHz, c.settings.rateHz);
+        constexpr std::size_t kDelay = 481; // of both filters
+        ASSERT_GE(back.info.frames, 20001 + kDelay);
+        EXPECT_LT(back.info.frames, 20001 + kDelay + 2 * 1152);
+        EXPECT_LT(RmsDifference(std::span(back.samples).subspan(kDelay * channels), sound), 0.04)
+            << c.settings.rateHz << " Hz; one frame's shift alone would be 0.06 and more";
+    }
+    MemorySink sink;
+    Mp2Encoder encoder;
+    EXPECT_FALSE(encoder.Start({11025, 1, 64}, sink));
+    EXPECT_EQ(LastError(), u"Format not supported by MP2 encoder");
+    EXPECT_EQ(NearestMp2Rate(11025), 16000u);
+}
+
 TEST(MpegAudio, FreeFormatDecodesAsMpg123DecodesIt)
 {
     if (!HasProgram("lame") || !HasProgram("sox") || !HasProgram("mpg123"))
         GTEST_SKIP() << "no lame, sox or mpg123";
-    const std::string path = ::testing::TempDir() + "vimbo_free";
+    const ScratchFolder folder;
+    const std::string path = (folder.Path() / "free").string();
     const std::string output = OutputOf("sox -n -r 44100 -c 2 -b 16 '" + path +
                                         ".wav' synth 1 pinknoise gain -6 && lame --quiet --freeformat -b "
                                         "400 -t '" +
@@ -370,8 +409,10 @@ TEST(MpegAudio, KeepsPlaceAndLevelAtEveryBitRate)
 
 TEST(MpegAudio, ReadsOnFromAnyFrameAsFromTheStart)
 {
-    // Frames of low bit rates reach far back for their data.
-    const Mp3Settings settings[] = {{Mp3RateMode::Constant, 44100, 2, 32, 0},
+    // Frames of low bit rates reach far back for their data; that of the highest does not fit in what is
+    // held.
+    const Mp3Settings settings[] = {{Mp3RateMode::Constant, 44100, 2, 320, 0},
+                                    {Mp3RateMode::Constant, 44100, 2, 32, 0},
                                     {Mp3RateMode::Constant, 24000, 2, 8, 0},
                                     {Mp3RateMode::Variable, 44100, 1, 0, 5},
                                     {Mp3RateMode::Constant, 8000, 1, 8, 0}};
@@ -399,14 +440,6 @@ TEST(MpegAudio, ReadsOnFromAnyFrameAsFromTheStart)
     }
 }
 
-Bytes Joined(std::initializer_list<std::span<const std::byte>> parts)
-{
-    Bytes all;
-    for (const auto part : parts)
-        all.insert(all.end(), part.begin(), part.end());
-    return all;
-}
-
 TEST(MpegAudio, PassesOverWhatIsNoFrame)
 {
     const Bytes stream = Encode({Mp3RateMode::Constant, 44100, 2, 128, 0}, MakeSound(20000, 2, 44100));
@@ -423,6 +456,16 @@ TEST(MpegAudio, PassesOverWhatIsNoFrame)
         EXPECT_EQ(other.info.frames, plain.info.frames);
         EXPECT_EQ(other.samples, plain.samples);
     }
+    // A claim of a longer delay than what is there: 4095 frames and the decoder's, of at most four times
+    // 1152.
+    Bytes claimed(stream.begin(), stream.begin() + 5 * 418);
+    const Bytes mark = ToBytes("LAME");
+    const auto place = std::ranges::search(claimed, mark).begin() - claimed.begin();
+    ASSERT_LT(place, 400);
+    claimed[static_cast<std::size_t>(place) + 21] = std::byte{0xFF};
+    claimed[static_cast<std::size_t>(place) + 22] |= std::byte{0xF0};
+    EXPECT_FALSE(DecodeAll(claimed).info.isTrimmed);
+    EXPECT_GE(DecodeAll(claimed).info.frames, 3 * 1152u);
     // Garbage between two frames costs what it covers, and no more than the data that it held.
     const auto cut = static_cast<std::ptrdiff_t>(10 * 418);
     const Decoded mended = DecodeAll(Joined({std::span(stream).first(static_cast<std::size_t>(cut)), garbage,
@@ -457,7 +500,9 @@ TEST(MpegAudio, DamagedStreamsEndInSilenceOrNoise)
 
 TEST(MpegAudio, RefusesWhatItCannotTake)
 {
-    for (const Bytes& bytes : {Bytes{}, Bytes(3, std::byte{0xFF}), Bytes(5000, std::byte{0x55})}) {
+    // The last one begins with a header of the free format, to which no second one comes.
+    for (const Bytes& bytes : {Bytes{}, Bytes(3, std::byte{0xFF}), Bytes(5000, std::byte{0x55}),
+                               Joined({MakeBytes({0xFF, 0xFB, 0x00, 0x00}), Bytes(300, std::byte{0})})}) {
         MemoryInput input(bytes);
         MpegStream stream;
         EXPECT_FALSE(stream.Open(input));
