@@ -271,4 +271,17 @@ std::unique_ptr<FrameSource> OpenFramesForWriter(Waveform& wave, const FormatCho
     return std::make_unique<ReportingFrames>(std::move(source), wave);
 }
 
+std::unique_ptr<FrameSource> OpenFramesOrNone(Waveform& wave, const FormatChoice& choice,
+                                              std::uint32_t rateHz)
+{
+    class NoFrames final : public FrameSource {
+    public:
+        explicit NoFrames(unsigned channels) noexcept : FrameSource(0, channels) {}
+        bool Read(std::uint32_t, std::span<float>) override { return true; }
+    };
+    if (wave.frames == 0)
+        return std::make_unique<NoFrames>(PickChannels(wave, choice));
+    return OpenFramesForWriter(wave, choice, rateHz);
+}
+
 } // namespace vimbo

@@ -38,5 +38,8 @@ int DescribeChannelFormat(int row, const Item& item);
 /// @return null with the Last error text on failure
 std::unique_ptr<FrameSource> OpenFramesForWriter(Waveform& wave, const FormatChoice& choice,
                                                  std::uint32_t rateHz = 0);
+/// The same; of a waveform without frames an empty source.
+std::unique_ptr<FrameSource> OpenFramesOrNone(Waveform& wave, const FormatChoice& choice,
+                                              std::uint32_t rateHz = 0);
 
 } // namespace vimbo

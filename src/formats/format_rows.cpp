@@ -18,6 +18,7 @@
 #include "formats/dls/dls.h"
 #include "formats/format_table.h"
 #include "formats/midi/midi.h"
+#include "formats/mpeg/mpeg.h"
 #include "formats/raw/raw.h"
 #include "formats/sfz/sfz.h"
 #include "formats/soundfont/soundfont.h"
@@ -310,16 +311,16 @@ constexpr std::array<FormatRow, kFormatRowCount> kRows = {{
     {u"mod",        nullptr,          nullptr,        nullptr,             u"Tracker module",                                kSongBank,  0,         0,                                                        nullptr},
     {u"mov",        nullptr,          nullptr,        nullptr,             u"Apple QuickTime movie",                         kWave,      0x320000,  0,                                                        nullptr},
     // 240
-    {u"mp1",        nullptr,          nullptr,        nullptr,             u"MPEG layer I",                                  kWave,      0,         0,                                                        nullptr},
-    {u"mp2",        nullptr,          nullptr,        nullptr,             u"MPEG layer II",                                 kWave,      0,         0,                                                        nullptr},
-    {u"mp2",        nullptr,          nullptr,        nullptr,             u"MPEG layer II - CBR",                           kWave,      0x320000,  0,                                                        nullptr},
-    {u"mp3",        nullptr,          nullptr,        nullptr,             u"MPEG layer III",                                kWave,      0,         0,                                                        nullptr},
-    {u"mp3",        nullptr,          nullptr,        nullptr,             u"MPEG layer III - CBR",                          kWave,      0x320000,  0,                                                        nullptr},
-    {u"mp3",        nullptr,          nullptr,        nullptr,             u"MPEG layer III - ABR",                          kWave,      0x320000,  1,                                                        nullptr},
-    {u"mp3",        nullptr,          nullptr,        nullptr,             u"MPEG layer III - VBR",                          kWave,      0x320000,  2,                                                        nullptr},
+    {u"mp1",        ReadMpeg,         nullptr,        DetectMpeg,          u"MPEG layer I",                                  kWave,      0,         kMpegLayer1,                                              nullptr},
+    {u"mp2",        ReadMpeg,         nullptr,        DetectMpeg,          u"MPEG layer II",                                 kWave,      0,         kMpegLayer2,                                              nullptr},
+    {u"mp2",        nullptr,          WriteMp2,       nullptr,             u"MPEG layer II - CBR",                           kWave,      0x320000,  0,                                                        Mp2SubFormats},
+    {u"mp3",        ReadMpeg,         nullptr,        DetectMpeg,          u"MPEG layer III",                                kWave,      0,         kMpegLayer3,                                              nullptr},
+    {u"mp3",        nullptr,          WriteMp3,       nullptr,             u"MPEG layer III - CBR",                          kWave,      0x320000,  kMp3VariantConstant,                                      Mp3SubFormats},
+    {u"mp3",        nullptr,          WriteMp3,       nullptr,             u"MPEG layer III - ABR",                          kWave,      0x320000,  kMp3VariantAverage,                                       Mp3SubFormats},
+    {u"mp3",        nullptr,          WriteMp3,       nullptr,             u"MPEG layer III - VBR",                          kWave,      0x320000,  kMp3VariantVariable,                                      Mp3SubFormats},
     {u"mp4",        nullptr,          nullptr,        nullptr,             u"MPEG-4 base media",                             kWave,      0x320000,  0,                                                        nullptr},
-    {u"mpa",        nullptr,          nullptr,        nullptr,             u"MPEG audio",                                    kWave,      0,         0,                                                        nullptr},
-    {u"mpg",        nullptr,          nullptr,        nullptr,             u"MPEG audio",                                    kWave,      0,         0,                                                        nullptr},
+    {u"mpa",        ReadMpeg,         nullptr,        DetectMpeg,          u"MPEG audio",                                    kWave,      0,         kMpegAnyLayer,                                            nullptr},
+    {u"mpg",        ReadMpeg,         nullptr,        DetectMpeg,          u"MPEG audio",                                    kWave,      0,         kMpegAnyLayer,                                            nullptr},
     // 250
     {u"mpeg",       nullptr,          nullptr,        nullptr,             u"MPEG system stream",                            kWave,      0,         0,                                                        nullptr},
     {u"mpg",        nullptr,          nullptr,        nullptr,             u"MPEG system stream",                            kWave,      0,         0,                                                        nullptr},

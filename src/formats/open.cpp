@@ -3,6 +3,7 @@
 #include "base/last_error.h"
 #include "base/path.h"
 #include "formats/aiff/aiff.h"
+#include "formats/mpeg/mpeg.h"
 #include "formats/raw/raw.h"
 #include "formats/soundfont/soundfont.h"
 #include "formats/speech/speech.h"
@@ -216,8 +217,9 @@ bool OpenPath(Collection& collection, std::u16string_view path, OpenMode mode, A
 
 std::span<const ImportProcedure* const> AllImportProcedures() noexcept
 {
-    static constexpr std::array kProcedures{&kAiffImport, &kWaveImport,   &kAsciiImport, &kSpeechImport,
-                                            &kFlacImport, &kVorbisImport, &kSm24Import,  &kPackedImport};
+    static constexpr std::array kProcedures{&kAiffImport,   &kWaveImport,   &kAsciiImport,
+                                            &kSpeechImport, &kFlacImport,   &kVorbisImport,
+                                            &kSm24Import,   &kPackedImport, &kMpegImport};
     return kProcedures;
 }
 

@@ -133,8 +133,8 @@ bool CompressWaves(WaveList& waves, Host& host)
         host.SetProgress(u"Compressing: " + std::u16string(wave.wave->GetName()),
                          static_cast<double>(i) / static_cast<double>(waves.waves.size()));
         const std::unique_ptr<FrameSource> source = OpenOut(wave);
-        if (source == nullptr ||
-            !EncodeMp3(*source, wave.wave->rateHz, wave.mp3.kbit, waves.scratch.File(), wave.mp3))
+        if (source == nullptr || !EncodeMp3(*source, {.rateHz = wave.wave->rateHz, .kbit = wave.mp3.kbit},
+                                            waves.scratch.File(), wave.mp3))
             return false;
     }
     host.SetProgress(u"");

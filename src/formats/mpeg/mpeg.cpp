@@ -38,7 +38,19 @@ std::unique_ptr<FrameSource> MakeSource(std::uint32_t frames, unsigned channels,
     return source->Channels() == channels ? std::move(source) : WithChannels(std::move(source), channels);
 }
 
+bool LoadFile(Waveform& wave, FileObject& file)
+{
+    return LoadMpeg(wave, file, wave.sourceOffset, wave.sourceBytes);
+}
+
+std::unique_ptr<FrameSource> StreamFile(const Waveform& wave, std::unique_ptr<FileObject> file)
+{
+    return file != nullptr ? StreamMpeg(wave, std::move(file), wave.sourceOffset, wave.sourceBytes) : nullptr;
+}
+
 } // namespace
+
+const ImportProcedure kMpegImport{20, LoadFile, StreamFile};
 
 bool LoadMpeg(Waveform& wave, FileObject& file, std::uint64_t offset, std::uint64_t bytes)
 {
@@ -75,18 +87,9 @@ unsigned Mp3KbitFor(float kbit) noexcept
     return whole >= kLeast && whole <= kMost ? static_cast<unsigned>(whole) : kDefault;
 }
 
-bool EncodeMp3(FrameSource& source, std::uint32_t rateHz, unsigned kbit, FileObject& file, Mp3Stream& out)
+bool EncodeMpeg(FrameSource& source, MpegEncoder& encoder)
 {
     constexpr std::uint32_t kPieceFrames = 16384;
-    out.offset = file.Position();
-    FileSink sink(file);
-    Mp3Encoder encoder;
-    Mp3Settings settings;
-    settings.rateHz = rateHz;
-    settings.channels = source.Channels();
-    settings.kbit = kbit;
-    if (!encoder.Start(settings, sink))
-        return false;
     std::vector<float> samples(std::size_t{std::min(kPieceFrames, source.Frames())} * source.Channels());
     for (std::uint32_t first = 0; first < source.Frames();) {
         const std::uint32_t frames = std::min(kPieceFrames, source.Frames() - first);
@@ -95,7 +98,16 @@ bool EncodeMp3(FrameSource& source, std::uint32_t rateHz, unsigned kbit, FileObj
             return false;
         first += frames;
     }
-    if (!encoder.Finish())
+    return encoder.Finish();
+}
+
+bool EncodeMp3(FrameSource& source, Mp3Settings settings, FileObject& file, Mp3Stream& out)
+{
+    out.offset = file.Position();
+    FileSink sink(file);
+    Mp3Encoder encoder;
+    settings.channels = source.Channels();
+    if (!encoder.Start(settings, sink) || !EncodeMpeg(source, encoder))
         return false;
     if (!sink.SeekEnd())
         return Fail(u"Couldn't write to file!");

@@ -16,6 +16,7 @@ constexpr std::uint8_t kUnsynchronised = 0x80; ///< in a tag's head
 constexpr std::uint8_t kHasExtendedHead = 0x40;
 constexpr std::uint8_t kHasFooter = 0x10;
 constexpr std::size_t kMaxTextBytes = 1048576;
+constexpr std::u16string_view kSoftware = u"Vimbo Studio v12.7";
 
 /// Seven bits in each byte, so that no size looks like the start of an MPEG frame.
 class SyncsafeSize {
@@ -26,6 +27,11 @@ public:
         for (const std::uint8_t byte : bytes_)
             value = value << 7 | (byte & 0x7Fu);
         return value;
+    }
+    void Set(std::uint32_t value) noexcept
+    {
+        for (std::size_t i = bytes_.size(); i-- > 0; value >>= 7)
+            bytes_[i] = static_cast<std::uint8_t>(value & 0x7F);
     }
 
 private:
@@ -245,6 +251,44 @@ std::u16string TextOf(const Frame& frame, bool isComment)
     return TakeText(encoding, order, in);
 }
 
+FourCc FourCcOf(std::string_view id) noexcept
+{
+    FourCc result;
+    std::copy_n(id.begin(), std::min(id.size(), result.text.size()), result.text.begin());
+    return result;
+}
+
+/// UTF-16 with a mark, unless ASCII will do: of the other encodings readers think differently.
+void WriteTextFrame(ByteWriter& out, FourCc id, bool isComment, std::u16string_view text)
+{
+    constexpr std::string_view kNoLanguage = "XXX";
+    constexpr char16_t kMark = 0xFEFF;
+    text = text.substr(0, (kMaxTextBytes - 16) / sizeof(char16_t));
+    const bool isWide = std::ranges::any_of(text, [](char16_t unit) { return unit >= 0x80; });
+    ByteWriter body;
+    const auto put = [&body, isWide](char16_t unit) {
+        if (isWide)
+            body.Write(U16le(unit));
+        else
+            body.Write(static_cast<std::byte>(unit));
+    };
+    body.Write(isWide ? std::byte{1} : std::byte{0});
+    if (isComment) {
+        body.Append(kNoLanguage);
+        if (isWide)
+            put(kMark);
+        put(0); // the comment's own name
+    }
+    if (isWide)
+        put(kMark);
+    std::ranges::for_each(text, put);
+    FrameHead head;
+    head.id = id;
+    head.bytes = static_cast<std::uint32_t>(body.Size());
+    out.Write(head);
+    out.Append(body.Bytes());
+}
+
 bool IsMissing(const TextItem& item, ParamId text, std::u16string_view defaultName)
 {
     return !item.HasText(text) || (text == kTextName && item.GetName() == defaultName);
@@ -288,6 +332,23 @@ void ReadId3Texts(std::span<const std::byte> tag, std::u16string_view defaultNam
         if (!text.empty())
             item.SetText(row->text, text);
     }
+}
+
+std::vector<std::byte> MakeId3Tag(const TextItem& item)
+{
+    ByteWriter frames;
+    for (const FrameRow& row : kFrameRows)
+        if (const std::u16string_view text = item.GetText(row.text); !text.empty())
+            WriteTextFrame(frames, FourCcOf(row.id), row.text == kTextComments, text);
+    WriteTextFrame(frames, FourCc{"TSSE"}, false, kSoftware);
+    Id3Head head;
+    head.id = {'I', 'D', '3'};
+    head.version = 3;
+    head.bytes.Set(static_cast<std::uint32_t>(frames.Size()));
+    ByteWriter tag;
+    tag.Write(head);
+    tag.Append(frames.Bytes());
+    return tag.Release();
 }
 
 } // namespace vimbo

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <span>
 #include <string_view>
+#include <vector>
 
 namespace vimbo {
 
@@ -24,5 +25,9 @@ std::uint64_t Id3TagBytes(std::span<const std::byte> head) noexcept;
 /// @param tag          begins with the tag's head; may be cut short
 /// @param defaultName  a name that counts as none
 void ReadId3Texts(std::span<const std::byte> tag, std::u16string_view defaultName, TextItem& item);
+
+/// A tag of version 2.3 with the item's texts and the program's name. A reader gets back what was put in, up
+/// to 1 MB of each text.
+std::vector<std::byte> MakeId3Tag(const TextItem& item);
 
 } // namespace vimbo

@@ -390,7 +390,7 @@ bool Compress(FrameSource& source, std::uint32_t rateHz, ScratchFile& scratch, M
 {
     if (!scratch.Create())
         return Fail(u"Could not create file");
-    return EncodeMp3(source, rateHz, stream.kbit, scratch.File(), stream);
+    return EncodeMp3(source, {.rateHz = rateHz, .kbit = stream.kbit}, scratch.File(), stream);
 }
 
 /// @param stream  where the compressed samples wait
@@ -465,14 +465,11 @@ bool WriteWave(Item& root, FileObject& file, FormatChoice& choice)
 
 float WaveSubFormats(std::uint32_t index, std::uint32_t /*variant*/, std::u16string* name)
 {
-    // ISO/IEC 11172-3, bit rates of layer III
-    static constexpr std::array<int, 14> kKbit = {32,  40,  48,  56,  64,  80,  96,
-                                                  112, 128, 160, 192, 224, 256, 320};
-    if (index >= kKbit.size())
+    if (index >= kMp3Kbit.size())
         return 0;
     if (name != nullptr)
-        *name = NarrowToWide(std::to_string(kKbit[index])) + u" kbit/s";
-    return static_cast<float>(kKbit[index]);
+        *name = NarrowToWide(std::to_string(kMp3Kbit[index])) + u" kbit/s";
+    return static_cast<float>(kMp3Kbit[index]);
 }
 
 } // namespace vimbo

@@ -2,10 +2,10 @@
 // has a place for.
 #include "base/byte_reader.h"
 #include "base/last_error.h"
+#include "formats/format_choice.h"
 #include "formats/xiph/comments.h"
 #include "formats/xiph/riff_blocks.h"
 #include "formats/xiph/xiph.h"
-#include "formats/xiph/xiph_write.h"
 
 #include <algorithm>
 

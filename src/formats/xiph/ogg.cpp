@@ -2,9 +2,9 @@
 #include "base/byte_reader.h"
 #include "base/last_error.h"
 #include "base/text.h"
+#include "formats/format_choice.h"
 #include "formats/xiph/comments.h"
 #include "formats/xiph/xiph.h"
-#include "formats/xiph/xiph_write.h"
 
 #include <algorithm>
 #include <array>

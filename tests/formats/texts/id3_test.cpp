@@ -103,6 +103,24 @@ TEST(Id3, LongFramesOfBothWriters)
     }
 }
 
+TEST(Id3, WritesWhatItReads)
+{
+    Collection collection;
+    auto& wave = collection.Create<Waveform>(u"Ab");
+    wave.SetText(kTextComments, u"\u20AC");
+    const ByteList frames = Spell("'TIT2' 00000003 0000 00 'Ab'"
+                                  "'COMM' 0000000C 0000 01 'XXX' FFFE 0000 FFFE AC20"
+                                  "'TSSE' 00000013 0000 00 'Vimbo Studio v12.7'");
+    EXPECT_EQ(MakeId3Tag(wave), Tag(3, 0, frames));
+    wave.SetText(kTextArtist, u"C");
+    wave.SetText(kTextCopyright, u"\u00C4");
+    wave.SetText(kTextEngineer, u"E");
+    wave.SetText(kTextProduct, std::u16string(300000, u'\u0142'));
+    const auto tag = MakeId3Tag(wave);
+    EXPECT_EQ(Id3TagBytes(tag), tag.size());
+    EXPECT_EQ(TextsOf(tag), u"Ab|C|\u20AC|\u00C4|E|" + std::u16string(300000, u'\u0142') + u"|");
+}
+
 TEST(Id3, TellsHowLongATagIs)
 {
     EXPECT_EQ(Id3TagBytes(Spell("'ID3' 0300 00 00000105")), 143u);
