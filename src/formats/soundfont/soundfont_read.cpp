@@ -4,13 +4,16 @@
 #include "formats/soundfont/soundfont_sounds.h"
 #include "formats/soundfont/soundfont_word_hash.h"
 #include "formats/wave/wave_texts.h"
+#include "model/instrument_threads.h"
 #include "model/key_velocity_grid.h"
 #include "model/wave_settings.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <memory>
 #include <optional>
+#include <unordered_map>
 
 namespace vimbo {
 namespace sf2 {
@@ -95,6 +98,7 @@ public:
         for (std::size_t i = 0; i < Count(bank_.presets); ++i)
             if (!ReadPreset(i))
                 return Fail(u"The SoundFont bank has too many zones");
+        Articulate();
         vote_.Apply(items_);
         NoteLosses();
         return true;
@@ -119,12 +123,10 @@ private:
         instrument.location.SetProgram(header.preset.Get());
         if ((header.library.Get() | header.genre.Get() | header.morphology.Get()) != 0)
             ++presetsWithClasses_;
-        Articulations articulations(instrument, timbres_);
         for (const BankZone& preset : PresetZones(bank_, index, unplaced_))
             if (preset.link < instruments_.size() &&
-                !ReadZone(instrument, Held(preset, timbres_.DifferenceOf(preset.values)), articulations))
+                !ReadZone(instrument, Held(preset, timbres_.DifferenceOf(preset.values))))
                 return false;
-        lostSends_ += articulations.LostSends();
         return true;
     }
 
@@ -140,6 +142,13 @@ private:
         std::size_t partner = kAlone;
     };
     static constexpr std::size_t kAlone = static_cast<std::size_t>(-1);
+    /// Of a region that has no articulation yet.
+    struct RegionSound {
+        Region* region;
+        const HeldZone* zone;
+        SoundSum sum;
+        int rootMoved; ///< keys down, which is tuning
+    };
     HeldZone Held(const BankZone& zone, const Sound& sound) const
     {
         return {zone.keys,   zone.velocities,
@@ -231,13 +240,15 @@ private:
                (samples_[zone.link].side != BankSample::Side::None || preset.sound.mix[kMixPan] == 0);
     }
 
-    Sound SoundOf(const HeldZone& zone, const HeldZone& preset)
+    SoundSum SumOf(const HeldZone& zone, const HeldZone& preset)
     {
-        return bank_.major == kVersion1 ? timbres_.SoundOf(SumOfVersion1(*zone.version1, *preset.version1))
-                                        : timbres_.SumOf(zone.sound, preset.sound);
+        if (bank_.major != kVersion1)
+            return timbres_.SumOf(zone.sound, preset.sound);
+        return timbres_.SumOf(timbres_.SoundOf(SumOfVersion1(*zone.version1, *preset.version1)),
+                              timbres_.DifferenceOf(Zone()));
     }
 
-    bool ReadZone(Instrument& instrument, const HeldZone& preset, Articulations& articulations)
+    bool ReadZone(Instrument& instrument, const HeldZone& preset)
     {
         const std::u16string name = NameOf(bank_.instruments[preset.link].name);
         LayerStack layers(instrument, name, preset.keys, preset.velocities);
@@ -259,10 +270,11 @@ private:
             }
             const BankSample& sample = samples_[zone.link];
             Region& region = layer->AddRegion(sample.wave->Handle(), *keys, *velocities);
-            const Sound sound = SoundOf(zone, preset);
-            region.articulation = articulations.Of(sound, sample);
             ApplySample(region, zone, sample);
-            FoldTuning(region, sound);
+            const SoundSum sum = SumOf(zone, preset);
+            const int rootKey = region.rootKey;
+            FoldTuning(region, zone, sum);
+            sounds_[&instrument].push_back({&region, &zone, sum, rootKey - region.rootKey});
             vote_.Hear(region, *sample.wave, *sample.wave);
             if (isPair)
                 LeaveTwin(region, *sample.wave, *samples_[zones[zone.partner].link].wave, zone.sample);
@@ -297,23 +309,60 @@ private:
         SetOffsets(region, zone.sample);
         if (zone.sample.exclusiveClass != 0)
             region.trigger.Set(kParamExclusionGroup, static_cast<float>(zone.sample.exclusiveClass));
-        FixNote(region, zone.sample);
+        if (zone.sample.fixedVelocity >= 0)
+            ++fixedVelocities_;
     }
 
     /// Tuning beyond what the articulation holds moves the root key, which sounds the same for sounds that
     /// follow the keys in semitones.
-    static void FoldTuning(Region& region, const Sound& sound)
+    void FoldTuning(Region& region, const HeldZone& zone, const SoundSum& sum) const
     {
-        static_assert(kMixGenerators[0] == kGenCoarseTune && kMixGenerators[1] == kGenFineTune);
         const ParamRow& row = ArticulationParamRow(kArtTuning);
-        const double tuning = sound.mix[0] + sound.mix[1] * 0.01;
+        const double tuning = TuningOf(sum);
         const double excess = tuning - std::clamp<double>(tuning, row.minimum, row.maximum);
-        if (excess == 0 || region.articulation[kArtKeyToPitch] != 1)
+        if (excess == 0 || zone.sample.fixedKey >= 0 || !FollowsKeys(zone, sum))
             return;
         const int whole = static_cast<int>(excess < 0 ? std::floor(excess) : std::ceil(excess));
-        const int root = std::clamp(region.rootKey - whole, 0, 127);
-        region.articulation.Set(kArtTuning, static_cast<float>(tuning - (region.rootKey - root)));
-        region.rootKey = static_cast<std::uint8_t>(root);
+        region.rootKey = static_cast<std::uint8_t>(std::clamp(region.rootKey - whole, 0, 127));
+    }
+
+    bool FollowsKeys(const HeldZone& zone, const SoundSum& sum) const
+    {
+        ArticulationBlock block;
+        ReadTimbre(timbres_.ZoneOf(sum), block);
+        return block[kArtKeyToPitch] == 1 && !samples_[zone.link].isUnpitched;
+    }
+
+    static double TuningOf(const SoundSum& sum) noexcept
+    {
+        static_assert(kMixGenerators[0] == kGenCoarseTune && kMixGenerators[1] == kGenFineTune);
+        return sum.mix[0] + sum.mix[1] * 0.01;
+    }
+
+    /// Most of the work of reading a bank, and each instrument's is its own.
+    void Articulate()
+    {
+        TimbreBlocks blocks(timbres_);
+        std::atomic<std::uint64_t> lostSends = 0;
+        ForEachInstrument(items_, [&](Instrument& instrument) {
+            const auto sounds = sounds_.find(&instrument);
+            if (sounds == sounds_.end())
+                return;
+            Articulations articulations(instrument, timbres_, blocks);
+            for (const RegionSound& sound : sounds->second)
+                Articulate(sound, articulations);
+            lostSends += articulations.LostSends();
+        });
+        lostSends_ = lostSends;
+    }
+
+    void Articulate(const RegionSound& sound, Articulations& articulations) const
+    {
+        Region& region = *sound.region;
+        region.articulation = articulations.Of(sound.sum, samples_[sound.zone->link]);
+        if (sound.rootMoved != 0)
+            region.articulation.Set(kArtTuning, static_cast<float>(TuningOf(sound.sum) - sound.rootMoved));
+        FixNote(region, sound.zone->sample);
     }
 
     /// All overrides are set here and compared with the waveform in the end, as its loop may still change.
@@ -340,10 +389,8 @@ private:
     }
 
     /// A zone that plays every note as one key: the pitch that this key has, without tracking.
-    void FixNote(Region& region, const SampleSettings& settings)
+    static void FixNote(Region& region, const SampleSettings& settings)
     {
-        if (settings.fixedVelocity >= 0)
-            ++fixedVelocities_;
         if (settings.fixedKey < 0)
             return;
         ArticulationBlock& block = region.articulation;
@@ -395,6 +442,7 @@ private:
     std::vector<BankSample> samples_;
     std::vector<std::optional<std::vector<HeldZone>>> instruments_;
     Timbres timbres_;
+    std::unordered_map<const Instrument*, std::vector<RegionSound>> sounds_;
     WaveSettingsVote vote_;
     Unplaced unplaced_;
     std::size_t regions_ = 0;

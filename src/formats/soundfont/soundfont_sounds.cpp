@@ -45,26 +45,27 @@ Sound Timbres::SoundOf(const Zone& zone, const Zone& usual)
     return sound;
 }
 
-Sound Timbres::SumOf(const Sound& zone, const Sound& difference)
+SoundSum Timbres::SumOf(const Sound& zone, const Sound& difference)
 {
-    const auto [place, isNew] =
-        sums_.try_emplace(std::uint64_t{zone.timbre} << 32 | difference.timbre, kNone);
+    const auto [place, isNew] = pairNumbers_.try_emplace(std::uint64_t{zone.timbre} << 32 | difference.timbre,
+                                                         static_cast<std::uint32_t>(pairs_.size()));
     if (isNew)
-        place->second = NumberOf(Added(zone.timbre, difference.timbre));
-    Sound sum{place->second};
+        pairs_.push_back({zone.timbre, difference.timbre});
+    SoundSum sum{place->second, zone.mix};
     for (std::size_t i = 0; i < sum.mix.size(); ++i)
-        sum.mix[i] = zone.mix[i] + difference.mix[i];
+        sum.mix[i] += difference.mix[i];
     return sum;
 }
 
-Zone Timbres::ZoneOf(const Sound& sound) const noexcept
+Zone Timbres::ZoneOf(const SoundSum& sum) const noexcept
 {
     Zone zone = DefaultZone();
-    for (const Amount& amount : AmountsOf(sound.timbre))
-        (amount.place < kGenerators ? zone.generators[amount.place]
-                                    : zone.slots[amount.place - kGenerators]) += amount.away;
+    for (const std::uint32_t timbre : pairs_[sum.timbres])
+        for (const Amount& amount : AmountsOf(timbre))
+            (amount.place < kGenerators ? zone.generators[amount.place]
+                                        : zone.slots[amount.place - kGenerators]) += amount.away;
     for (std::size_t i = 0; i < kMixGenerators.size(); ++i)
-        zone.generators[kMixGenerators[i]] = sound.mix[i];
+        zone.generators[kMixGenerators[i]] = sum.mix[i];
     return zone;
 }
 
@@ -82,7 +83,7 @@ std::uint32_t Timbres::NumberOf(std::span<const Amount> amounts)
     }
     const auto number = static_cast<std::uint32_t>(timbres_.size());
     places_[at] = number;
-    timbres_.push_back({amounts_.size(), amounts.size(), hash, {}});
+    timbres_.push_back({amounts_.size(), amounts.size(), hash});
     amounts_.insert(amounts_.end(), amounts.begin(), amounts.end());
     if (2 * timbres_.size() > places_.size())
         Grow();
@@ -105,36 +106,30 @@ void Timbres::Grow()
     }
 }
 
-/// Both lists are in order of their places.
-std::vector<Timbres::Amount> Timbres::Added(std::uint32_t a, std::uint32_t b) const
+const ArticulationBlock& TimbreBlocks::Of(const SoundSum& sum, const Zone& zone)
 {
-    std::vector<Amount> sum;
-    std::ranges::merge(AmountsOf(a), AmountsOf(b), std::back_inserter(sum), {}, &Amount::place,
-                       &Amount::place);
-    for (std::size_t i = 1; i < sum.size(); ++i)
-        if (sum[i].place == sum[i - 1].place)
-            sum[i].away += std::exchange(sum[i - 1].away, 0);
-    std::erase_if(sum, [](const Amount& amount) { return amount.away == 0; });
-    return sum;
+    Slot& slot = slots_[sum.timbres];
+    std::call_once(slot.isRead, [&] { ReadTimbre(zone, slot.block); });
+    return slot.block;
 }
 
-std::size_t Articulations::SoundHash::operator()(const Sound& sound) const noexcept
+std::size_t Articulations::SoundHash::operator()(const SoundSum& sum) const noexcept
 {
     WordHash hash;
-    hash.Add(sound.timbre);
-    for (const std::int32_t amount : sound.mix)
+    hash.Add(sum.timbres);
+    for (const std::int32_t amount : sum.mix)
         hash.Add(static_cast<std::uint32_t>(amount));
     return static_cast<std::size_t>(hash.Get());
 }
 
-const ArticulationBlock& Articulations::Of(Sound sound, const BankSample& sample)
+const ArticulationBlock& Articulations::Of(SoundSum sum, const BankSample& sample)
 {
     if (sample.side != BankSample::Side::None)
-        sound.mix[kMixPan] = 0; // the side decides
-    const auto [place, isNew] = sounds_.try_emplace(sound);
+        sum.mix[kMixPan] = 0; // the side decides
+    const auto [place, isNew] = sounds_.try_emplace(sum);
     Converted& converted = place->second;
     if (isNew)
-        Convert(sound, converted.plain);
+        converted.plain = Convert(sum);
     if (sample.side == BankSample::Side::None && !sample.isUnpitched)
         return converted.plain;
     auto& block = converted.onSamples[static_cast<std::size_t>(sample.side)][sample.isUnpitched ? 1 : 0];
@@ -143,19 +138,14 @@ const ArticulationBlock& Articulations::Of(Sound sound, const BankSample& sample
     return *block;
 }
 
-void Articulations::Convert(const Sound& sound, ArticulationBlock& out)
+ArticulationBlock Articulations::Convert(const SoundSum& sum)
 {
-    const Zone zone = timbres_.ZoneOf(sound);
-    std::optional<ArticulationBlock>& known = timbres_.Block(sound);
-    if (known)
-        out = *known;
-    else
-        ReadTimbre(zone, out);
+    const Zone zone = timbres_.ZoneOf(sum);
+    ArticulationBlock block = blocks_.Of(sum, zone);
     int lost = 0;
-    ReadMix(zone, out, &instrument_, &lost);
+    ReadMix(zone, block, &instrument_, &lost);
     lostSends_ += static_cast<std::uint64_t>(lost);
-    if (!known)
-        known = out;
+    return block;
 }
 
 } // namespace vimbo::sf2

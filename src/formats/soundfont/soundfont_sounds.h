@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstdint>
+#include <mutex>
 #include <optional>
 #include <span>
 #include <unordered_map>
@@ -26,6 +27,13 @@ struct Sound {
     friend bool operator==(const Sound&, const Sound&) = default;
 };
 
+/// A zone of an instrument in a zone of a preset, which is a difference. Equal sums have equal sounds.
+struct SoundSum {
+    std::uint32_t timbres = 0; ///< number of the pair of timbres
+    Mix mix{};
+    friend bool operator==(const SoundSum&, const SoundSum&) = default;
+};
+
 /// What zones of a bank are but for their mix, each of them once. Few amounts of a zone are not the usual
 /// ones, so only these are held.
 class Timbres {
@@ -35,15 +43,11 @@ public:
     Sound SoundOf(const Zone& zone) { return SoundOf(zone, DefaultZone()); }
     /// A zone of a preset: its amounts are differences.
     Sound DifferenceOf(const Zone& zone) { return SoundOf(zone, Zone()); }
-    /// The sum of an instrument's zone and a difference. Sums of the same timbres are only looked up.
-    Sound SumOf(const Sound& zone, const Sound& difference);
-    /// The zone that a sound stands for.
-    Zone ZoneOf(const Sound& sound) const noexcept;
-    /// Any articulation of the timbre, null if there has been none; to be set by whoever converts it.
-    std::optional<ArticulationBlock>& Block(const Sound& sound) noexcept
-    {
-        return timbres_[sound.timbre].block;
-    }
+    SoundSum SumOf(const Sound& zone, const Sound& difference);
+    /// The zone that a sum stands for.
+    Zone ZoneOf(const SoundSum& sum) const noexcept;
+    /// Of pairs of timbres that were added; their numbers are below.
+    std::size_t PairCount() const noexcept { return pairs_.size(); }
 
 private:
     /// An amount that is not the usual one.
@@ -55,7 +59,9 @@ private:
     struct Timbre {
         std::size_t first, count; ///< in `amounts_`
         std::uint64_t hash;
-        std::optional<ArticulationBlock> block;
+    };
+    struct PairHash {
+        std::size_t operator()(std::uint64_t pair) const noexcept { return pair * 0x9E3779B97F4A7C15 >> 16; }
     };
     static constexpr std::uint32_t kNone = 0xFFFFFFFF;
 
@@ -63,24 +69,40 @@ private:
     std::uint32_t NumberOf(std::span<const Amount> amounts);
     std::span<const Amount> AmountsOf(std::uint32_t timbre) const noexcept;
     void Grow();
-    std::vector<Amount> Added(std::uint32_t a, std::uint32_t b) const;
 
     std::vector<Amount> amounts_;
     std::vector<Timbre> timbres_;
+    std::vector<std::array<std::uint32_t, 2>> pairs_;
+    std::unordered_map<std::uint64_t, std::uint32_t, PairHash> pairNumbers_;
     std::vector<std::uint32_t> places_; ///< numbers of timbres by hash, kNone where free; at most half full
-    std::unordered_map<std::uint64_t, std::uint32_t> sums_;
+};
+
+/// The articulations of a bank's timbres, each of them worked out once. Safe from any thread; made when all
+/// sums are known.
+class TimbreBlocks {
+public:
+    explicit TimbreBlocks(const Timbres& timbres) : slots_(timbres.PairCount()) {}
+    /// Some articulation of the sum's timbre, whatever its mix. `zone` is that of the sum.
+    const ArticulationBlock& Of(const SoundSum& sum, const Zone& zone);
+
+private:
+    struct Slot {
+        std::once_flag isRead;
+        ArticulationBlock block;
+    };
+    std::vector<Slot> slots_;
 };
 
 /// The articulations of one instrument. Equal ones share their values. Sends depend on the instrument's
 /// effects, so these are kept for one instrument only.
 class Articulations {
 public:
-    Articulations(Instrument& instrument, Timbres& timbres) noexcept
-        : instrument_(instrument), timbres_(timbres)
+    Articulations(Instrument& instrument, const Timbres& timbres, TimbreBlocks& blocks) noexcept
+        : instrument_(instrument), timbres_(timbres), blocks_(blocks)
     {
     }
     /// What a zone sounds like on a sample.
-    const ArticulationBlock& Of(Sound sound, const BankSample& sample);
+    const ArticulationBlock& Of(SoundSum sum, const BankSample& sample);
     std::uint64_t LostSends() const noexcept { return lostSends_; }
 
 private:
@@ -90,14 +112,15 @@ private:
         std::array<std::array<std::optional<ArticulationBlock>, 2>, BankSample::kSides> onSamples;
     };
     struct SoundHash {
-        std::size_t operator()(const Sound& sound) const noexcept;
+        std::size_t operator()(const SoundSum& sum) const noexcept;
     };
 
-    void Convert(const Sound& sound, ArticulationBlock& out);
+    ArticulationBlock Convert(const SoundSum& sum);
 
     Instrument& instrument_;
-    Timbres& timbres_;
-    std::unordered_map<Sound, Converted, SoundHash> sounds_;
+    const Timbres& timbres_;
+    TimbreBlocks& blocks_;
+    std::unordered_map<SoundSum, Converted, SoundHash> sounds_;
     std::uint64_t lostSends_ = 0;
 };
 
