@@ -25,6 +25,7 @@ struct MidiLocation {
     static constexpr unsigned kBankMsbShift = 14;
     static constexpr std::uint32_t kSevenBits = 0x7F;
     static constexpr std::uint32_t kDrumBit = 1u << 21;
+    static constexpr std::uint32_t kMask = kDrumBit * 2 - 1; ///< all bits that mean something
 
     std::uint32_t word = 0;
 
@@ -120,15 +121,21 @@ public:
     /// range, else in the first layer without overlap; with a tag of 0 or above only in layers made with that
     /// tag. A new layer is made if none is free. Arguments as for Layer::AddRegion. While the collection is
     /// loading, the ranges of layers and regions that are there already must not change between calls: what
-    /// they occupy is kept in mind.
+    /// they occupy is kept in mind, so that n regions take O(n log n) time, and in stacks of more than
+    /// LayerRoom::kWindow layers only the latest ones are looked at. Otherwise a call goes through all
+    /// regions.
     Region& FindOrAddRegion(ItemHandle waveform, MidiRange keys, MidiRange velocities, std::uint8_t rootKey,
                             int layerTag = kNoTag);
     /// A copy of `region` in the first layer without overlap, searched from the one that holds it (from the
-    /// first if that is of another instrument); a new layer if there is none.
+    /// first if that is of another instrument); a new layer if there is none. Goes through all regions.
     Region& AddRegionCopy(const Region& region);
+    /// The same for one after another, in O(n log n) time for n regions here and there. In stacks of more
+    /// than LayerRoom::kWindow layers only the latest ones are looked at. @return the copies, in order
+    std::vector<Region*> AddRegionCopies(std::span<const Region* const> regions);
     /// Merges layers whose regions do not overlap into the earlier ones; what a layer sets goes to its
-    /// regions first where they differ, so that nothing changes in sound. @return the number of layers that
-    /// went
+    /// regions first where they differ, so that nothing changes in sound. O(n log n) for n regions and
+    /// layers; a layer goes to the first one with room, of those that stay the latest LayerRoom::kWindow
+    /// (nearly) are looked at. @return the number of layers that went
     std::size_t CompactLayers(MoveParamsUp moveUp, KeepArticulation keepArticulation);
     /// Moves articulation from the layers (and regions that set values, through their layers) to the
     /// instrument, ids from..to (not included). @return false if the all-or-nothing form found a difference;
@@ -187,7 +194,8 @@ public:
                       MidiRange velocities = {MidiRange::kKeep, MidiRange::kKeep},
                       std::uint8_t rootKey = kNoRootKey);
 
-    /// True if no region but `except` overlaps both ranges.
+    /// True if no region but `except` overlaps both ranges, all as Normalize leaves them. Goes through all
+    /// regions.
     bool HasNoOverlap(MidiRange keys, MidiRange velocities, const Region* except = nullptr) const noexcept;
     /// The region at a key and velocity; kAny matches all. Null if there is none.
     static constexpr unsigned kAny = 255;
@@ -299,7 +307,8 @@ void SetParamPropagatingDelta(Item& item, ParamId id, float value);
 /// Merges `source` into `target`, layers of one instrument, even if regions overlap (they are cut then);
 /// what the source layer sets goes to its regions. The source is destroyed.
 void MergeLayers(Layer& target, Layer& source);
-/// Regions below the item get the full range of keys and velocities, unmarked, where that is free of overlap.
+/// Regions below the item get the full range of keys and velocities, unmarked, where that is free of overlap:
+/// one after another in the order of their layer. O(n) for n regions.
 void ClearRegionRanges(Item& item);
 
 } // namespace vimbo

@@ -18,6 +18,7 @@ struct Zone {
     {
     }
     Zone(MidiRange keyRange, MidiRange velocityRange) noexcept : keys(keyRange), velocities(velocityRange) {}
+    Zone Normalized() const noexcept { return {keys.Normalized(), velocities.Normalized()}; }
     bool Overlaps(const Zone& other) const noexcept
     {
         return keys.Overlaps(other.keys) && velocities.Overlaps(other.velocities);
@@ -31,6 +32,7 @@ bool CutZone(Zone& zone, const Zone& blocker) noexcept;
 class KeyVelocityGrid {
 public:
     static constexpr unsigned kSteps = 128;
+    using Row = std::array<std::uint64_t, 2>; ///< velocities 0 to 63, 64 to 127
     struct Place {
         unsigned key = kSteps; ///< kSteps: none
         unsigned velocity = 0;
@@ -63,7 +65,26 @@ public:
         }
     }
 
-    using Row = std::array<std::uint64_t, 2>; ///< velocities 0 to 63, 64 to 127
+    /// True if all that is occupied in `zone` lies in `own`.
+    bool IsFreeBeside(const Zone& zone, const Zone& own) const noexcept
+    {
+        const Row mask = Mask(zone.velocities), ownMask = Mask(own.velocities);
+        std::uint64_t hit = 0;
+        for (unsigned key = zone.keys.low; key <= zone.keys.high && key < kSteps; ++key)
+            for (unsigned half = 0; half < 2; ++half)
+                hit |= rows_[key][half] & mask[half] &
+                       (own.keys.Contains(key) ? ~ownMask[half] : ~std::uint64_t{0});
+        return hit == 0;
+    }
+    /// Adds what of the zone is occupied in another grid.
+    void AddOccupied(const KeyVelocityGrid& other, const Zone& zone) noexcept
+    {
+        const Row mask = Mask(zone.velocities);
+        for (unsigned key = zone.keys.low; key <= zone.keys.high && key < kSteps; ++key)
+            for (unsigned half = 0; half < 2; ++half)
+                rows_[key][half] |= other.rows_[key][half] & mask[half];
+    }
+
     /// What any, and what all, of some keys have occupied.
     struct Summary {
         Row any{};

@@ -1,8 +1,9 @@
 // Regions of one layer never overlap: tests for free room, and the ways of making it.
-#include "model/key_velocity_grid.h"
+#include "model/layer_room.h"
 #include "model/levels.h"
 
 #include <algorithm>
+#include <unordered_map>
 
 namespace vimbo {
 namespace {
@@ -118,10 +119,10 @@ void Layer::CutOverlaps(std::vector<Region*>& regions)
 
 bool Layer::HasNoOverlap(MidiRange keys, MidiRange velocities, const Region* except) const noexcept
 {
-    const Zone zone(keys, velocities);
+    const Zone zone = Zone(keys, velocities).Normalized();
     for (std::size_t i = Children().size(); i-- > 0;) { // neighbours in a file are neighbours here
         const auto* region = static_cast<const Region*>(Child(i));
-        if (region != nullptr && region != except && zone.Overlaps(Zone(region->trigger)))
+        if (region != nullptr && region != except && zone.Overlaps(Zone(region->trigger).Normalized()))
             return false;
     }
     return true;
@@ -157,6 +158,21 @@ void Layer::ResolveOverlap(MidiRange keys, MidiRange velocities, const Region* e
     DestroyChildren(*this, covered);
 }
 
+namespace {
+
+Region& AddCopy(Layer& target, const Region& region)
+{
+    Region& copy = target.Owner().Clone(region);
+    copy.SetParent(target.Handle());
+    target.AddChild(copy.Handle());
+    copy.trigger.MarkDifferences(target.trigger);
+    MarkArticulation(copy, target);
+    copy.RebuildName();
+    return copy;
+}
+
+} // namespace
+
 Region& Instrument::AddRegionCopy(const Region& region)
 {
     const Layer* source = region.ParentLayer();
@@ -167,14 +183,43 @@ Region& Instrument::AddRegionCopy(const Region& region)
     const auto free = std::find_if(from, layers.end(), [&](const Layer* layer) {
         return layer->HasNoOverlap(region.trigger.keys, region.trigger.velocities);
     });
-    Layer& target = free != layers.end() ? **free : AddLayer();
-    Region& copy = Owner().Clone(region);
-    copy.SetParent(target.Handle());
-    target.AddChild(copy.Handle());
-    copy.trigger.MarkDifferences(target.trigger);
-    MarkArticulation(copy, target);
-    copy.RebuildName();
-    return copy;
+    return AddCopy(free != layers.end() ? **free : AddLayer(), region);
+}
+
+std::vector<Region*> Instrument::AddRegionCopies(std::span<const Region* const> regions)
+{
+    /// So many have to be copied that grids of all layers pay.
+    constexpr std::size_t kMany = 16;
+    std::vector<Region*> copies;
+    copies.reserve(regions.size());
+    if (regions.size() < kMany) {
+        for (const Region* region : regions)
+            copies.push_back(&AddRegionCopy(*region));
+        return copies;
+    }
+    std::vector<Layer*> layers = Layers();
+    std::unordered_map<const Layer*, std::size_t> numbers;
+    LayerRoom room;
+    for (const Layer* layer : layers) {
+        const std::size_t number = room.Size();
+        numbers.emplace(layer, number);
+        room.AddLayer();
+        ForEachRegion(*layer,
+                      [&](const Region& held) { room.Occupy(number, Zone(held.trigger).Normalized()); });
+    }
+    for (const Region* region : regions) {
+        const Zone zone = Zone(region->trigger).Normalized();
+        const auto source = numbers.find(region->ParentLayer());
+        std::size_t target = room.FirstFree({&zone, 1}, source != numbers.end() ? source->second : 0);
+        if (target == LayerRoom::kNone) {
+            target = room.Size();
+            layers.push_back(&AddLayer());
+            room.AddLayer();
+        }
+        copies.push_back(&AddCopy(*layers[target], *region));
+        room.Occupy(target, zone);
+    }
+    return copies;
 }
 
 } // namespace vimbo

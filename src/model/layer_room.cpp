@@ -6,8 +6,6 @@
 namespace vimbo {
 namespace {
 
-constexpr std::size_t kWordBits = 64;
-
 constexpr MidiRange Single(unsigned value) noexcept
 {
     return {static_cast<std::uint8_t>(value), static_cast<std::uint8_t>(value)};
@@ -45,6 +43,32 @@ MidiRange WholeTiles(MidiRange range, unsigned steps) noexcept
 
 } // namespace
 
+void LayerSet::Put(std::size_t layer)
+{
+    const std::size_t block = layer / kWordBits;
+    auto at = std::ranges::lower_bound(words_, block, {}, &Word::block);
+    if (at == words_.end() || at->block != block)
+        at = words_.insert(at, {block, 0});
+    at->bits |= std::uint64_t{1} << layer % kWordBits;
+}
+
+void LayerSet::Take(std::size_t layer)
+{
+    const std::size_t block = layer / kWordBits;
+    const auto at = std::ranges::lower_bound(words_, block, {}, &Word::block);
+    if (at == words_.end() || at->block != block)
+        return;
+    at->bits &= ~(std::uint64_t{1} << layer % kWordBits);
+    if (at->bits == 0)
+        words_.erase(at);
+}
+
+std::span<const LayerSet::Word> LayerSet::From(std::size_t block) const noexcept
+{
+    const auto at = std::ranges::lower_bound(words_, block, {}, &Word::block);
+    return {at, words_.end()};
+}
+
 /// The tiles that lie wholly in the zone, as a zone; empty if there are none.
 Zone LayerRoom::Core(const Zone& zone) noexcept
 {
@@ -67,27 +91,45 @@ LayerRoom::TileWords LayerRoom::WordsFor(std::span<const Zone> zones)
     return words;
 }
 
-bool LayerRoom::IsFree(std::size_t layer, std::span<const Zone> zones) const noexcept
+void LayerRoom::AddLayer()
 {
-    return std::ranges::all_of(zones, [&](const Zone& zone) { return grids_[layer].IsFree(zone); });
+    grids_.emplace_back();
+    if (grids_.size() <= kWindow)
+        return;
+    MapNewLayers(); // maps and grids go together
+    grids_.erase(grids_.begin(), grids_.begin() + LayerSet::kWordBits);
+    maps_.pop_front();
+    dropped_ += LayerSet::kWordBits;
+}
+
+bool LayerRoom::HasRoom(std::size_t layer, std::span<const Zone> zones) const noexcept
+{
+    if (layer < dropped_ || layer >= Size())
+        return false;
+    const KeyVelocityGrid& grid = grids_[layer - dropped_];
+    return std::ranges::all_of(zones, [&](const Zone& zone) { return grid.IsFree(zone); });
 }
 
 void LayerRoom::Occupy(std::size_t layer, const Zone& zone)
 {
-    grids_[layer].Add(zone);
+    if (layer < dropped_)
+        return;
+    grids_[layer - dropped_].Add(zone);
     if (layer < mapped_)
         MapTiles(layer, zone.keys);
 }
 
 void LayerRoom::MapTiles(std::size_t layer, MidiRange keys)
 {
-    TileMap& map = maps_[layer / kWordBits];
-    const std::uint64_t bit = std::uint64_t{1} << layer % kWordBits;
+    const std::size_t index = layer - dropped_;
+    TileMap& map = maps_[index / LayerSet::kWordBits];
+    const std::uint64_t bit = std::uint64_t{1} << index % LayerSet::kWordBits;
     for (unsigned k = keys.low / kTileSteps; k <= keys.high / kTileSteps; ++k) {
-        const KeyVelocityGrid::Summary rows = grids_[layer].Summarise(k * kTileSteps, kTileSteps);
+        const KeyVelocityGrid::Summary rows = grids_[index].Summarise(k * kTileSteps, kTileSteps);
         for (unsigned v = 0; v < kTilesAcross; ++v) {
             const unsigned tile = k * kTilesAcross + v;
-            const unsigned half = v * kTileSteps / kWordBits, shift = v * kTileSteps % kWordBits;
+            const unsigned half = v * kTileSteps / LayerSet::kWordBits;
+            const unsigned shift = v * kTileSteps % LayerSet::kWordBits;
             if ((rows.any[half] >> shift & 0xFF) != 0)
                 map[tile] |= bit;
             if ((rows.all[half] >> shift & 0xFF) == 0xFF)
@@ -98,34 +140,38 @@ void LayerRoom::MapTiles(std::size_t layer, MidiRange keys)
 
 void LayerRoom::MapNewLayers()
 {
-    maps_.resize((grids_.size() + kWordBits - 1) / kWordBits);
-    for (; mapped_ < grids_.size(); ++mapped_)
+    maps_.resize((grids_.size() + LayerSet::kWordBits - 1) / LayerSet::kWordBits);
+    for (; mapped_ < Size(); ++mapped_)
         MapTiles(mapped_, MidiRange{});
 }
 
-std::size_t LayerRoom::Search(std::span<const Zone> zones, std::size_t from, const LayerSet* set) const
+/// The first layer with room among the candidates of one block of 64, a bit each.
+std::size_t LayerRoom::SearchBlock(std::size_t block, std::uint64_t candidates, const TileWords& words,
+                                   std::span<const Zone> zones) const
 {
-    const std::size_t end = std::min(mapped_, set != nullptr ? set->size() * kWordBits : mapped_);
-    const TileWords words = from < end ? WordsFor(zones) : TileWords();
-    for (std::size_t block = from / kWordBits; block * kWordBits < end; ++block) {
-        std::uint64_t taken = set != nullptr ? ~(*set)[block] : 0;
-        if (block == from / kWordBits)
-            taken |= (std::uint64_t{1} << from % kWordBits) - 1;
-        for (std::size_t i = 0; i < words.size() && taken != ~std::uint64_t{0}; ++i)
-            taken |= maps_[block][words[i]];
-        for (std::uint64_t open = ~taken; open != 0; open &= open - 1) {
-            const std::size_t layer = block * kWordBits + static_cast<std::size_t>(std::countr_zero(open));
-            if (layer >= mapped_)
-                break;
-            if (IsFree(layer, zones))
-                return layer;
-        }
-    }
-    for (std::size_t layer = std::max(from, mapped_); layer < grids_.size(); ++layer)
-        if ((set == nullptr || (layer / kWordBits < set->size() &&
-                                ((*set)[layer / kWordBits] >> layer % kWordBits & 1) != 0)) &&
-            IsFree(layer, zones))
+    if (const std::size_t map = block - dropped_ / LayerSet::kWordBits; map < maps_.size())
+        for (std::size_t i = 0; i < words.size() && candidates != 0; ++i)
+            candidates &= ~maps_[map][words[i]]; // layers that are not mapped yet have no bit there
+    for (; candidates != 0; candidates &= candidates - 1) {
+        const std::size_t layer =
+            block * LayerSet::kWordBits + static_cast<std::size_t>(std::countr_zero(candidates));
+        if (HasRoom(layer, zones))
             return layer;
+    }
+    return kNone;
+}
+
+/// From a layer of the window on.
+std::size_t LayerRoom::Search(std::span<const Zone> zones, std::size_t from) const
+{
+    const TileWords words = from < mapped_ ? WordsFor(zones) : TileWords();
+    for (std::size_t first = from; first < Size();) {
+        const std::size_t found = SearchBlock(first / LayerSet::kWordBits,
+                                              ~std::uint64_t{0} << first % LayerSet::kWordBits, words, zones);
+        if (found != kNone)
+            return found;
+        first = (first / LayerSet::kWordBits + 1) * LayerSet::kWordBits;
+    }
     return kNone;
 }
 
@@ -133,30 +179,42 @@ std::size_t LayerRoom::Search(std::span<const Zone> zones, std::size_t from, con
 std::size_t LayerRoom::Advance(std::span<const Zone> zones, std::size_t from)
 {
     std::size_t& open = firstOpen_[PackedZones(zones)];
-    open = std::min(Search(zones, std::max(open, from), nullptr), grids_.size());
+    open = std::min(Search(zones, std::max({open, from, dropped_})), Size());
     return open;
 }
 
-std::size_t LayerRoom::FirstFree(std::span<const Zone> zones)
+std::size_t LayerRoom::FirstFree(std::span<const Zone> zones, std::size_t from)
 {
+    from = std::max(from, dropped_);
     if (grids_.size() <= kFew)
-        return Search(zones, 0, nullptr);
+        return Search(zones, from);
     MapNewLayers();
-    std::size_t from = 0;
-    const auto raise = [&](const Zone& part) { from = std::max(from, Advance({&part, 1}, 0)); };
+    std::size_t first = 0;
+    const auto raise = [&](const Zone& part) { first = std::max(first, Advance({&part, 1}, 0)); };
     for (const Zone& zone : zones) {
         raise({Single(Anchor(zone.keys)), Single(Anchor(zone.velocities))});
         if (const Zone core = Core(zone); core.keys.Width() != 0 && core.velocities.Width() != 0)
             raise(core);
     }
-    from = Advance(zones, from);
-    return from < grids_.size() ? from : kNone;
+    first = Advance(zones, first);
+    if (first < from)
+        first = Search(zones, from);
+    return first < Size() ? first : kNone;
 }
 
 std::size_t LayerRoom::FirstFreeAmong(const LayerSet& set, std::span<const Zone> zones,
                                       std::size_t from) const
 {
-    return Search(zones, from, &set);
+    from = std::max(from, dropped_);
+    const TileWords words = from < mapped_ ? WordsFor(zones) : TileWords();
+    const std::size_t start = from / LayerSet::kWordBits;
+    for (const LayerSet::Word& word : set.From(start)) {
+        const std::uint64_t candidates =
+            word.block == start ? word.bits & ~std::uint64_t{0} << from % LayerSet::kWordBits : word.bits;
+        if (const std::size_t found = SearchBlock(word.block, candidates, words, zones); found != kNone)
+            return found;
+    }
+    return kNone;
 }
 
 } // namespace vimbo

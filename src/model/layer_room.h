@@ -6,32 +6,63 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <limits>
+#include <map>
 #include <span>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 namespace vimbo {
 
+/// A set of layers, given by their numbers: a bit each, in words of 64 layers. Words without a bit take no
+/// memory. Put and Take cost the logarithm of the number of words, and a step for each word behind.
+class LayerSet {
+public:
+    static constexpr std::size_t kWordBits = 64;
+    struct Word {
+        std::size_t block; ///< of layers 64 * block and up
+        std::uint64_t bits;
+    };
+
+    void Put(std::size_t layer);
+    void Take(std::size_t layer);
+    /// The words from a block on, in order.
+    std::span<const Word> From(std::size_t block) const noexcept;
+
+private:
+    std::vector<Word> words_;
+};
+
 /// The occupied places of layers that only fill up. A search does not begin at the first layer each time:
 /// what had no room for a zone, or for a part of it, never will have. From there on it goes through 64 layers
 /// at once by a coarse map of tiles; exact grids decide what the map leaves open.
+///
+/// Only the latest layers count, kWindow of them less at most 63: a layer that falls out of the window never
+/// is an answer again, and its memory is given back. So a search for m zones takes at most
+/// 3 m * kWindow * 256 words of 64 places, and the logarithm of the number of searches before, however many
+/// layers there are; placing n zones one by one takes O(n log n) time. Stacks of up to kWindow layers are not
+/// touched by that: there the answer is the first layer with room, without exception.
 class LayerRoom {
 public:
     static constexpr std::size_t kNone = std::numeric_limits<std::size_t>::max();
+    static constexpr std::size_t kWindow = 1024; ///< far more layers than one note of any instrument sounds
 
-    std::size_t Size() const noexcept { return grids_.size(); }
+    std::size_t Size() const noexcept { return dropped_ + grids_.size(); }
     /// Adds an empty layer behind the others.
-    void AddLayer() { grids_.emplace_back(); }
+    void AddLayer();
+    /// Nothing if the layer is out of the window.
     void Occupy(std::size_t layer, const Zone& zone);
+    /// The first layer of the window.
+    std::size_t WindowStart() const noexcept { return dropped_; }
 
-    /// The first layer in which all zones are free; kNone if there is none.
-    std::size_t FirstFree(std::span<const Zone> zones);
-    /// A set of layers, one bit each. Layers beyond the last word are not in it.
-    using LayerSet = std::vector<std::uint64_t>;
-    /// The same among the layers of a set, from one layer on.
+    /// The first layer in which all zones are free, from layer `from` on; kNone if there is none. `from`
+    /// above 0 costs one search more.
+    std::size_t FirstFree(std::span<const Zone> zones, std::size_t from = 0);
+    /// The same among the layers of a set.
     std::size_t FirstFreeAmong(const LayerSet& set, std::span<const Zone> zones, std::size_t from) const;
+    /// True if the layer is in the window and all zones are free in it.
+    bool HasRoom(std::size_t layer, std::span<const Zone> zones) const noexcept;
 
 private:
     /// Stacks of so few layers are gone through one by one.
@@ -46,17 +77,20 @@ private:
 
     static Zone Core(const Zone& zone) noexcept;
     static TileWords WordsFor(std::span<const Zone> zones);
-    bool IsFree(std::size_t layer, std::span<const Zone> zones) const noexcept;
     void MapTiles(std::size_t layer, MidiRange keys);
     void MapNewLayers();
-    std::size_t Search(std::span<const Zone> zones, std::size_t from, const LayerSet* set) const;
+    std::size_t SearchBlock(std::size_t block, std::uint64_t candidates, const TileWords& words,
+                            std::span<const Zone> zones) const;
+    std::size_t Search(std::span<const Zone> zones, std::size_t from) const;
     std::size_t Advance(std::span<const Zone> zones, std::size_t from);
 
-    std::vector<KeyVelocityGrid> grids_;
-    std::vector<TileMap> maps_;
-    std::size_t mapped_ = 0; ///< layers that the maps cover
+    // Of the window; `dropped_` layers came before, a multiple of 64.
+    std::deque<KeyVelocityGrid> grids_;
+    std::deque<TileMap> maps_;
+    std::size_t dropped_ = 0;
+    std::size_t mapped_ = 0; ///< layers below are covered by the maps, or dropped
     /// By zones, packed: layers below have no room for them. Size() and above: nor has any.
-    std::unordered_map<std::u32string, std::size_t> firstOpen_;
+    std::map<std::u32string, std::size_t> firstOpen_;
 };
 
 } // namespace vimbo

@@ -14,30 +14,22 @@ MidiRange WithoutGaps(MidiRange range, MidiRange layerRange) noexcept
             range.high == MidiRange::kKeep ? layerRange.high : range.high};
 }
 
+Zone ZoneIn(MidiRange keys, MidiRange velocities, MidiRange layerKeys, MidiRange layerVelocities) noexcept
+{
+    return Zone(WithoutGaps(keys, layerKeys), WithoutGaps(velocities, layerVelocities)).Normalized();
+}
+
 std::optional<MidiRange> LastVelocities(const Layer& layer) noexcept
 {
     for (std::size_t i = layer.Children().size(); i-- > 0;)
         if (const Item* region = layer.Child(i))
-            return static_cast<const Region*>(region)->trigger.velocities;
+            return static_cast<const Region*>(region)->trigger.velocities.Normalized();
     return std::nullopt;
 }
 
-bool IsRegular(MidiRange range) noexcept
+constexpr bool HasOpenEdge(MidiRange range) noexcept
 {
-    return range.low <= range.high && MidiRange{}.Contains(range);
-}
-
-bool IsRegular(const Zone& zone) noexcept
-{
-    return IsRegular(zone.keys) && IsRegular(zone.velocities);
-}
-
-void Put(LayerRoom::LayerSet& set, std::size_t index, bool isIn)
-{
-    const std::uint64_t bit = std::uint64_t{1} << index % 64;
-    if (set.size() <= index / 64)
-        set.resize(index / 64 + 1);
-    set[index / 64] = isIn ? set[index / 64] | bit : set[index / 64] & ~bit;
+    return range.low == MidiRange::kKeep || range.high == MidiRange::kKeep;
 }
 
 } // namespace
@@ -50,8 +42,7 @@ Layer* RegionPlaces::Scan(const Instrument& instrument, MidiRange keys, MidiRang
         auto* layer = static_cast<Layer*>(instrument.Child(i));
         if (layer == nullptr || (tagWord != 0 && layer->scratch[kTagWord] != tagWord))
             continue;
-        const Zone zone(WithoutGaps(keys, layer->trigger.keys),
-                        WithoutGaps(velocities, layer->trigger.velocities));
+        const Zone zone = ZoneIn(keys, velocities, layer->trigger.keys, layer->trigger.velocities);
         if (!layer->HasNoOverlap(zone.keys, zone.velocities))
             continue;
         const bool continuesSplit = LastVelocities(*layer) == zone.velocities;
@@ -66,20 +57,21 @@ Layer* RegionPlaces::Scan(const Instrument& instrument, MidiRange keys, MidiRang
 Layer* RegionPlaces::Find(const Instrument& instrument, MidiRange keys, MidiRange velocities,
                           std::uint32_t tagWord)
 {
-    const Zone zone(WithoutGaps(keys, MidiRange{}), WithoutGaps(velocities, MidiRange{}));
     for (;;) {
         Update(instrument);
-        isIrregular_ |= !IsRegular(zone);
-        found_ = LayerRoom::kNone;
-        if (isIrregular_)
-            return Scan(instrument, keys, velocities, tagWord);
-        found_ = FindIndex(zone, tagWord);
+        found_ = hasOwnRanges_ && (HasOpenEdge(keys) || HasOpenEdge(velocities))
+                     ? FindBetweenOpenEdges(keys, velocities, tagWord)
+                     : FindIndex(ZoneIn(keys, velocities, {}, {}), tagWord);
         if (found_ == LayerRoom::kNone)
             return nullptr;
         auto* layer = static_cast<Layer*>(instrument.Child(found_));
         if (layer != nullptr && layer->Children().size() == layers_[found_].regions)
             return layer;
-        *this = {}; // somebody else was here
+        // Somebody else was here.
+        if (layer != nullptr && layer->Children().size() > layers_[found_].regions)
+            NoteNewRegions(found_, *layer);
+        else
+            *this = {};
     }
 }
 
@@ -93,6 +85,27 @@ std::size_t RegionPlaces::FindIndex(const Zone& zone, std::uint32_t tagWord)
         return room_.FirstFreeAmong(byTag_[tagWord], zones, first);
     const std::size_t split = room_.FirstFreeAmong(byLastVelocities_[zone.velocities.Word()], zones, first);
     return split != LayerRoom::kNone ? split : first;
+}
+
+/// The zone is another one in each layer: they are gone through one by one.
+std::size_t RegionPlaces::FindBetweenOpenEdges(MidiRange keys, MidiRange velocities,
+                                               std::uint32_t tagWord) const
+{
+    std::size_t found = LayerRoom::kNone;
+    for (std::size_t i = room_.WindowStart(); i < layers_.size(); ++i) {
+        const Known& known = layers_[i];
+        if (tagWord != 0 && known.tagWord != tagWord)
+            continue;
+        const Zone zone = ZoneIn(keys, velocities, known.keys, known.velocities);
+        if (!room_.HasRoom(i, {&zone, 1}))
+            continue;
+        const bool continuesSplit = known.lastVelocities == zone.velocities.Word();
+        if (found == LayerRoom::kNone || continuesSplit)
+            found = i;
+        if (continuesSplit || tagWord != 0)
+            break;
+    }
+    return found;
 }
 
 void RegionPlaces::Note(const Instrument& instrument, const Layer& layer, const Region& region)
@@ -121,34 +134,43 @@ void RegionPlaces::Update(const Instrument& instrument)
 void RegionPlaces::Learn(ItemHandle handle, const Layer* layer)
 {
     const std::size_t index = layers_.size();
-    layers_.push_back({handle, 0, kNoVelocities});
+    layers_.push_back({handle, 0, {}, {}, 0, kNoVelocities});
     room_.AddLayer();
     if (layer == nullptr) {
         room_.Occupy(index, {MidiRange{}, MidiRange{}});
         return;
     }
-    Put(byTag_[layer->scratch[kTagWord]], index, true);
-    isIrregular_ |= !layer->trigger.keys.IsFull() || !layer->trigger.velocities.IsFull();
-    ForEachRegion(*layer, [&](const Region& region) { NoteRegion(index, region); });
-    layers_[index].regions = layer->Children().size();
+    Known& known = layers_.back();
+    known.tagWord = layer->scratch[kTagWord];
+    known.keys = layer->trigger.keys;
+    known.velocities = layer->trigger.velocities;
+    byTag_[known.tagWord].Put(index);
+    hasOwnRanges_ |= !known.keys.IsFull() || !known.velocities.IsFull();
+    NoteNewRegions(index, *layer);
+}
+
+void RegionPlaces::NoteNewRegions(std::size_t index, const Layer& layer)
+{
+    for (std::size_t i = layers_[index].regions; i < layer.Children().size(); ++i)
+        if (const Item* region = layer.Child(i))
+            NoteRegion(index, static_cast<const Region&>(*region));
+    layers_[index].regions = layer.Children().size();
 }
 
 void RegionPlaces::NoteRegion(std::size_t index, const Region& region)
 {
     ++layers_[index].regions;
-    const Zone zone(region.trigger);
-    if (!IsRegular(zone)) {
-        isIrregular_ = true;
+    if (index < room_.WindowStart())
         return;
-    }
+    const Zone zone = Zone(region.trigger).Normalized();
     room_.Occupy(index, zone);
     std::uint32_t& last = layers_[index].lastVelocities;
     const std::uint32_t now = zone.velocities.Word();
     if (last == now)
         return;
     if (last != kNoVelocities)
-        Put(byLastVelocities_[last], index, false);
-    Put(byLastVelocities_[now], index, true);
+        byLastVelocities_[last].Take(index);
+    byLastVelocities_[now].Put(index);
     last = now;
 }
 

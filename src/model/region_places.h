@@ -4,13 +4,16 @@
 #include "model/instrument.h"
 #include "model/layer_room.h"
 
-#include <unordered_map>
+#include <map>
 #include <vector>
 
 namespace vimbo {
 
-/// Knows what the layers of an instrument hold. It notices layers and regions that came or went behind its
-/// back, but not that a range was changed.
+/// Knows what the layers of an instrument hold. It notices layers that came or went behind its back, and
+/// regions of a layer that it would choose, but not that a range was changed. n regions take O(n log n) time:
+/// a search looks at LayerRoom::kWindow layers at most. It learns regions and layers behind the others that
+/// somebody else added one by one, but the whole instrument anew when any went, or when layers came between
+/// others.
 class RegionPlaces {
 public:
     /// Scratch word of layers: the reader's tag plus one; 0 for layers made without one.
@@ -20,7 +23,7 @@ public:
     /// be a new one.
     /// @param tagWord  the layer's tag plus one, 0 for none
     Layer* Find(const Instrument& instrument, MidiRange keys, MidiRange velocities, std::uint32_t tagWord);
-    /// The same without any knowledge, from what the layers hold now.
+    /// The same without any knowledge, from what all the layers hold now.
     static Layer* Scan(const Instrument& instrument, MidiRange keys, MidiRange velocities,
                        std::uint32_t tagWord);
     /// To be called when a region has been added at the end of `layer`, one of the instrument's.
@@ -29,6 +32,8 @@ public:
 private:
     struct Known {
         ItemHandle layer;
+        std::uint32_t tagWord;
+        MidiRange keys, velocities; ///< of the layer itself
         std::size_t regions;
         std::uint32_t lastVelocities; ///< kNoVelocities for an empty layer
     };
@@ -36,14 +41,16 @@ private:
 
     void Update(const Instrument& instrument);
     void Learn(ItemHandle handle, const Layer* layer);
+    void NoteNewRegions(std::size_t index, const Layer& layer);
     void NoteRegion(std::size_t index, const Region& region);
     std::size_t FindIndex(const Zone& zone, std::uint32_t tagWord);
+    std::size_t FindBetweenOpenEdges(MidiRange keys, MidiRange velocities, std::uint32_t tagWord) const;
 
     LayerRoom room_;
     std::vector<Known> layers_;
     std::size_t found_ = LayerRoom::kNone; ///< that Find answered last
-    std::unordered_map<std::uint32_t, LayerRoom::LayerSet> byTag_, byLastVelocities_;
-    bool isIrregular_ = false; ///< there are ranges that only Scan understands
+    std::map<std::uint32_t, LayerSet> byTag_, byLastVelocities_;
+    bool hasOwnRanges_ = false; ///< there are layers that are not full themselves
 };
 
 } // namespace vimbo

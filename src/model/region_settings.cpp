@@ -4,6 +4,8 @@
 #include "model/wave_settings.h"
 #include "model/waveform.h"
 
+#include <unordered_set>
+
 namespace vimbo {
 namespace {
 
@@ -40,25 +42,83 @@ void ClearAxis(Region& region, Layer* layer, MidiRange TriggerParams::*axis, Par
     clear(region.trigger);
 }
 
+/// @param isFree  (zone): whether no other region of the layer is there
+/// @return true if the region changed
+template <class F>
+bool ClearRanges(Region& region, Layer* layer, F isFree)
+{
+    const TriggerParams before = region.trigger;
+    const MidiRange full;
+    const bool both = isFree(Zone(full, full));
+    const bool keys = both || isFree(Zone(full, before.velocities));
+    if (keys)
+        ClearAxis(region, layer, &TriggerParams::keys, kParamLowKey);
+    if (both || (!keys && isFree(Zone(before.keys, full))))
+        ClearAxis(region, layer, &TriggerParams::velocities, kParamLowVelocity);
+    if (region.trigger == before)
+        return false;
+    region.RebuildName();
+    return true;
+}
+
 void ClearRanges(Region& region)
 {
     Layer* layer = region.ParentLayer();
-    const TriggerParams before = region.trigger;
-    const auto isFree = [&](MidiRange keys, MidiRange velocities) {
-        return layer == nullptr || layer->HasNoOverlap(keys, velocities, &region);
-    };
-    const MidiRange full;
-    const bool both = isFree(full, full);
-    const bool keys = both || isFree(full, before.velocities);
-    if (keys)
-        ClearAxis(region, layer, &TriggerParams::keys, kParamLowKey);
-    if (both || (!keys && isFree(before.keys, full)))
-        ClearAxis(region, layer, &TriggerParams::velocities, kParamLowVelocity);
-    if (region.trigger == before)
-        return;
-    region.RebuildName();
-    if (layer != nullptr)
+    const bool changed = ClearRanges(region, layer, [&](const Zone& zone) {
+        return layer == nullptr || layer->HasNoOverlap(zone.keys, zone.velocities, &region);
+    });
+    if (changed && layer != nullptr)
         layer->RebuildName();
+}
+
+/// The places that the regions of one layer occupy, and those that more than one do: enough to tell what is
+/// free beside any of them.
+class Neighbours {
+public:
+    explicit Neighbours(const Layer& layer)
+    {
+        ForEachRegion(layer, [this](const Region& region) {
+            const Zone zone = Zone(region.trigger).Normalized();
+            shared_.AddOccupied(any_, zone);
+            any_.Add(zone);
+        });
+    }
+    bool AreAway(const Zone& zone, const Zone& own) const noexcept
+    {
+        const Zone wanted = zone.Normalized();
+        return shared_.IsFree(wanted) && any_.IsFreeBeside(wanted, own.Normalized());
+    }
+    /// A region grew into places that were free.
+    void Grow(const Zone& zone) noexcept { any_.Add(zone.Normalized()); }
+
+private:
+    KeyVelocityGrid any_, shared_;
+};
+
+void ClearRanges(Layer& layer)
+{
+    constexpr std::size_t kFew = 8; // among so few, looking at all of them is quicker
+    bool changed = false;
+    if (layer.Children().size() <= kFew) {
+        ForEachRegion(layer, [&](Region& region) {
+            changed |= ClearRanges(region, &layer, [&](const Zone& zone) {
+                return layer.HasNoOverlap(zone.keys, zone.velocities, &region);
+            });
+        });
+        if (changed)
+            layer.RebuildName();
+        return;
+    }
+    Neighbours neighbours(layer);
+    ForEachRegion(layer, [&](Region& region) {
+        const Zone own(region.trigger);
+        if (!ClearRanges(region, &layer, [&](const Zone& zone) { return neighbours.AreAway(zone, own); }))
+            return;
+        neighbours.Grow(Zone(region.trigger));
+        changed = true;
+    });
+    if (changed)
+        layer.RebuildName();
 }
 
 void ShiftRegion(Region& region, ParamId id, float step)
@@ -155,20 +215,30 @@ void UnifyRegionWaveSettings(Collection& collection)
 
 void ClearRegionRanges(Item& item)
 {
-    if (item.Kind() == ItemKind::Region) {
+    switch (item.Kind()) {
+    case ItemKind::Region:
         ClearRanges(static_cast<Region&>(item));
-        return;
-    }
-    if (item.Kind() == ItemKind::Collection) { // its list of children need not name everything it holds
+        break;
+    case ItemKind::Layer:
+        ClearRanges(static_cast<Layer&>(item));
+        break;
+    case ItemKind::Instrument:
+        ForEachLayer(static_cast<Instrument&>(item), [](Layer& layer) { ClearRanges(layer); });
+        break;
+    case ItemKind::Collection: { // its list of children need not name everything it holds
+        std::unordered_set<const Region*> listed;
+        for (Layer& layer : item.Owner().All<Layer>()) {
+            ClearRanges(layer);
+            ForEachRegion(layer, [&](const Region& region) { listed.insert(&region); });
+        }
         for (Region& region : item.Owner().All<Region>())
-            ClearRanges(region);
-        return;
+            if (!listed.contains(&region)) // nobody is beside it
+                ClearRanges(region, nullptr, [](const Zone&) { return true; });
+        break;
     }
-    if (item.Kind() != ItemKind::Layer && item.Kind() != ItemKind::Instrument)
-        return;
-    for (std::size_t i = 0; i < item.Children().size(); ++i)
-        if (Item* child = item.Child(i))
-            ClearRegionRanges(*child);
+    default:
+        break;
+    }
 }
 
 void SetParamPropagatingDelta(Item& item, ParamId id, float value)

@@ -27,6 +27,13 @@ struct MidiRange {
     constexpr bool Contains(MidiRange other) const noexcept { return other.low >= low && other.high <= high; }
     constexpr bool Overlaps(MidiRange other) const noexcept { return low <= other.high && other.low <= high; }
     constexpr bool IsFull() const noexcept { return low == 0 && high == 127; }
+    /// Within 0 to 127, the lower edge first.
+    constexpr MidiRange Normalized() const noexcept
+    {
+        const std::uint8_t from = low > 127 ? std::uint8_t{0} : low;
+        const std::uint8_t to = high > 127 ? std::uint8_t{127} : high;
+        return from <= to ? MidiRange{from, to} : MidiRange{to, from};
+    }
     friend constexpr bool operator==(MidiRange, MidiRange) noexcept = default;
 };
 

@@ -48,10 +48,12 @@ bool HasRoom(const std::vector<Zone>& layer, std::span<const Zone> zones)
     });
 }
 
-std::size_t PlainFirstFree(const PlainLayers& layers, std::span<const Zone> zones)
+std::size_t PlainFirstFree(const PlainLayers& layers, std::span<const Zone> zones, std::size_t from = 0)
 {
-    const auto found = std::ranges::find_if(layers, [&](const auto& layer) { return HasRoom(layer, zones); });
-    return found != layers.end() ? static_cast<std::size_t>(found - layers.begin()) : LayerRoom::kNone;
+    for (std::size_t i = from; i < layers.size(); ++i)
+        if (HasRoom(layers[i], zones))
+            return i;
+    return LayerRoom::kNone;
 }
 
 TEST(LayerRoom, FindsWhatAPlainSearchFinds)
@@ -67,6 +69,8 @@ TEST(LayerRoom, FindsWhatAPlainSearchFinds)
             const std::size_t expected = PlainFirstFree(plain, zones);
             std::size_t found = room.FirstFree(zones);
             ASSERT_EQ(found, expected) << "seed " << seed << ", step " << i;
+            const std::size_t from = random.Below(static_cast<unsigned>(plain.size()) + 1);
+            ASSERT_EQ(room.FirstFree(zones, from), PlainFirstFree(plain, zones, from)) << "from " << from;
             if (found == LayerRoom::kNone) {
                 found = room.Size();
                 room.AddLayer();
@@ -78,6 +82,98 @@ TEST(LayerRoom, FindsWhatAPlainSearchFinds)
             }
         }
         EXPECT_EQ(room.Size(), plain.size());
+    }
+}
+
+/// Ranges around the middle, so that nearly every zone needs a layer of its own.
+Zone CrowdedZone(RandomZones& random)
+{
+    const auto around = [&] {
+        return MidiRange{static_cast<std::uint8_t>(random.Below(63)),
+                         static_cast<std::uint8_t>(62 + random.Below(66))};
+    };
+    return {around(), around()};
+}
+
+TEST(LayerRoom, IsExactUpToItsWindowAndKeepsToItBeyond)
+{
+    RandomZones random(1);
+    PlainLayers plain;
+    LayerRoom room;
+    LayerSet odd, all;
+    for (int i = 0; i < 4000; ++i) {
+        const Zone zone = random.Below(4) == 0 ? random.Shape(3) : CrowdedZone(random);
+        const std::size_t start = room.WindowStart();
+        const std::size_t from =
+            std::max<std::size_t>(start, random.Below(1 + static_cast<unsigned>(plain.size())));
+        ASSERT_EQ(room.FirstFree({&zone, 1}, from), PlainFirstFree(plain, {&zone, 1}, from));
+        std::size_t found = room.FirstFree({&zone, 1});
+        ASSERT_EQ(found, PlainFirstFree(plain, {&zone, 1}, start)) << "step " << i;
+        ASSERT_EQ(room.FirstFreeAmong(all, {&zone, 1}, 0), found);
+        const std::size_t inOdd = room.FirstFreeAmong(odd, {&zone, 1}, 0);
+        for (std::size_t at = start; at < std::min(inOdd, plain.size()); ++at)
+            ASSERT_FALSE(at % 2 == 1 && HasRoom(plain[at], {&zone, 1}));
+        if (inOdd != LayerRoom::kNone) {
+            ASSERT_TRUE(inOdd % 2 == 1 && inOdd >= start && HasRoom(plain[inOdd], {&zone, 1}));
+        }
+        if (found == LayerRoom::kNone) {
+            found = room.Size();
+            room.AddLayer();
+            plain.emplace_back();
+            all.Put(found);
+            odd.Put(found);
+            if (found % 2 == 0)
+                odd.Take(found);
+        }
+        room.Occupy(found, zone);
+        room.Occupy(0, {{0, 127}, {0, 127}}); // as good as gone once it is out of the window
+        plain[0] = {{MidiRange{}, MidiRange{}}};
+        plain[found].push_back(zone);
+        ASSERT_EQ(room.WindowStart() == 0, room.Size() <= LayerRoom::kWindow);
+        ASSERT_LE(room.Size() - room.WindowStart(), LayerRoom::kWindow);
+        ASSERT_GE(room.Size() - room.WindowStart(), std::min(room.Size(), LayerRoom::kWindow - 63));
+    }
+    EXPECT_GT(room.WindowStart(), 1000u);
+}
+
+/// Where the regions lie: the number of each one's layer.
+std::vector<std::size_t> PlacesOf(const Instrument& instrument, const std::vector<const Region*>& regions)
+{
+    std::vector<std::size_t> places;
+    const std::vector<Layer*> layers = instrument.Layers();
+    for (const Region* region : regions)
+        places.push_back(
+            static_cast<std::size_t>(std::ranges::find(layers, region->ParentLayer()) - layers.begin()));
+    return places;
+}
+
+TEST(LayerRoom, ManyCopiesOfRegionsGoWhereOneByOneGoes)
+{
+    for (unsigned seed = 0; seed < 12; ++seed) {
+        std::vector<std::size_t> places[2];
+        for (const bool isAtOnce : {false, true}) {
+            RandomZones random(seed);
+            Collection items;
+            auto& instrument = items.Create<Instrument>(u"i");
+            auto& other = items.Create<Instrument>(u"other");
+            std::vector<const Region*> sources, copies;
+            for (int i = 0; i < 60; ++i) {
+                const Zone zone = random.Shape(seed);
+                sources.push_back(
+                    &(i % 4 == 0 ? other : instrument)
+                         .FindOrAddRegion(NO_ITEM, zone.keys, zone.velocities, Layer::kNoRootKey));
+            }
+            if (isAtOnce) {
+                for (const Region* copy : instrument.AddRegionCopies(sources))
+                    copies.push_back(copy);
+            } else {
+                for (const Region* source : sources)
+                    copies.push_back(&instrument.AddRegionCopy(*source));
+            }
+            places[isAtOnce ? 1 : 0] = PlacesOf(instrument, copies);
+            ExpectConsistent(items);
+        }
+        EXPECT_EQ(places[0], places[1]) << "seed " << seed;
     }
 }
 
@@ -169,6 +265,47 @@ TEST(LayerRoom, RegionsOfReadersFindTheirLayer)
             }
             plain[place].push_back(zone);
         }
+    }
+}
+
+TEST(LayerRoom, ReadersMayGiveBadRangesOpenEdgesAndLayersOfTheirOwn)
+{
+    for (unsigned seed = 0; seed < 24; ++seed) {
+        std::vector<std::size_t> places[2];
+        for (const bool isLoading :
+             {false, true}) { // without the knowledge of a load, all is searched plainly
+            RandomZones random(seed);
+            Collection items;
+            items.loading = isLoading;
+            auto& instrument = items.Create<Instrument>(u"i");
+            std::vector<const Region*> regions;
+            const auto range = [&] {
+                MidiRange any{static_cast<std::uint8_t>(random.Below(140)),
+                              static_cast<std::uint8_t>(random.Below(140))};
+                if (seed % 2 != 0 && random.Below(3) == 0)
+                    any.low = MidiRange::kKeep;
+                if (seed % 2 != 0 && random.Below(3) == 0)
+                    any.high = MidiRange::kKeep;
+                return any;
+            };
+            for (int i = 0; i < 400; ++i) {
+                if (random.Below(30) == 0) {
+                    Layer& layer = instrument.AddLayer();
+                    layer.scratch[0] = random.Below(3);
+                    if (random.Below(2) == 0)
+                        layer.trigger.Set(kParamLowKey, static_cast<float>(random.Below(80)));
+                    layer.AddRegion(NO_ITEM, range(), {});
+                }
+                if (random.Below(20) == 0 && !regions.empty()) // behind the back of the search
+                    regions.back()->ParentLayer()->AddRegion(NO_ITEM, {5, 6}, {50, 51});
+                const MidiRange keys = range(),
+                                velocities = random.Below(2) == 0 ? MidiRange{3, 90} : range();
+                regions.push_back(&instrument.FindOrAddRegion(NO_ITEM, keys, velocities, Layer::kNoRootKey,
+                                                              static_cast<int>(random.Below(4)) - 2));
+            }
+            places[isLoading ? 1 : 0] = PlacesOf(instrument, regions);
+        }
+        EXPECT_EQ(places[0], places[1]) << "seed " << seed;
     }
 }
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <random>
 
 namespace vimbo {
 namespace {
@@ -173,6 +174,34 @@ TEST(Region, ClearRangesWhereThatIsFree)
     EXPECT_EQ(one.region.trigger.velocities, (MidiRange{0, 63}));
     EXPECT_EQ(loud.trigger.keys, MidiRange{});
     EXPECT_EQ(loud.trigger.velocities, (MidiRange{64, 127}));
+}
+
+TEST(Region, ClearRangesOfManyAsOneByOne)
+{
+    for (unsigned seed = 0; seed < 30; ++seed) {
+        std::vector<TriggerParams> cleared[2];
+        for (const bool isAtOnce : {false, true}) {
+            std::mt19937 random(seed);
+            const auto range = [&](unsigned widest) {
+                const auto low = static_cast<unsigned>(random() % 128);
+                const auto high = std::min(127u, low + static_cast<unsigned>(random() % widest));
+                return MidiRange{static_cast<std::uint8_t>(low), static_cast<std::uint8_t>(high)};
+            };
+            Collection items;
+            Layer& layer = items.Create<Instrument>(u"i").AddLayer();
+            layer.trigger.Set(kParamHighKey, 100);
+            for (unsigned i = 0; i < 9 + seed; ++i) // some overlap, some have a row of keys to themselves
+                layer.AddRegion(NO_ITEM, range(1 + seed % 3 * 4), range(seed % 2 == 0 ? 3 : 60));
+            if (isAtOnce)
+                ClearRegionRanges(items);
+            else
+                for (Region* region : layer.Regions())
+                    ClearRegionRanges(*region);
+            for (const Region* region : layer.Regions())
+                cleared[isAtOnce ? 1 : 0].push_back(region->trigger);
+        }
+        EXPECT_EQ(cleared[0], cleared[1]) << "seed " << seed;
+    }
 }
 
 } // namespace
