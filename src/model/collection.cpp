@@ -2,8 +2,8 @@
 
 #include "base/last_error.h"
 #include "base/text.h"
-#include "model/free_numbers.h"
 #include "model/instrument.h"
+#include "model/merge.h"
 #include "model/record_text.h"
 #include "model/sample_source.h"
 #include "model/song.h"
@@ -60,7 +60,6 @@ constexpr MidiLocation FromBankMsbFirst(std::uint32_t key) noexcept
     location.SetDrum((key & MidiLocation::kDrumBit) != 0);
     return location;
 }
-constexpr std::uint32_t kLocationMask = MidiLocation::kDrumBit * 2 - 1;
 
 } // namespace
 
@@ -236,9 +235,14 @@ void Collection::Clear()
 void Collection::Validate()
 {
     TextItem::Validate();
-    FreeNumbers keys(kLocationMask);
+    FreeNumbers locations(MidiLocation::kMask);
     for (Instrument& instrument : All<Instrument>())
-        instrument.location = FromBankMsbFirst(keys.Take(BankMsbFirst(instrument.location)));
+        MakeLocationUnique(instrument, locations);
+}
+
+void MakeLocationUnique(Instrument& instrument, FreeNumbers& locations)
+{
+    instrument.location = FromBankMsbFirst(locations.Take(BankMsbFirst(instrument.location)));
 }
 
 bool Collection::EnsureData()

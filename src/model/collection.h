@@ -108,7 +108,8 @@ public:
 
     /// Destroys all songs, instruments and waveforms; row index -1, name "New collection", no source path.
     void Clear();
-    /// Moves all items of `other` into this collection under new serials; nothing if it holds none.
+    /// Moves all items of `other` into this collection under new serials; nothing if it holds none. Goes
+    /// through all instruments: for many collections there is CollectionMerger.
     void Merge(Collection& other);
     /// Becomes a copy of `other`, with equal handles: for work that may change items without touching the
     /// user's. Samples that only exist in memory are copied, others stay where they are.
@@ -119,8 +120,8 @@ public:
     void Serialize(ByteWriter& out) const override;
     [[nodiscard]] bool Deserialize(ByteReader& in) override;
 
-    /// Item::EnsureUniqueName on every item of the kind, in the order of arrival, but in time that grows with
-    /// the number of items even if all names are equal. @return true if a name changed.
+    /// Item::EnsureUniqueName on every item of the kind, in the order of arrival, but in O(n log n) time for
+    /// n names, however many clash. @return true if a name changed.
     bool MakeNamesUnique(ItemKind kind);
 
     /// Brings the items of one kind into display order: what All and List give from then on.
@@ -160,6 +161,8 @@ public:
 
 private:
     friend class Item;
+    friend class CollectionMerger;
+    void TakeItemsOf(Collection& other);
     void Install(std::unique_ptr<Item> item, ItemHandle wanted);
     ItemHandle TakeHandle(ItemKind kind) const noexcept;
     void Link(Item& item) noexcept;

@@ -1,12 +1,10 @@
 // Moving and copying the items of one collection into another.
-#include "model/collection.h"
-#include "model/free_numbers.h"
+#include "model/merge.h"
+
 #include "model/instrument.h"
 #include "model/song.h"
 #include "model/synth_model.h"
 #include "model/waveform.h"
-
-#include <limits>
 
 namespace vimbo {
 
@@ -16,16 +14,42 @@ ItemHandle HandleTranslation::operator()(ItemHandle from) const noexcept
     return found != map_.end() ? found->second : NO_ITEM;
 }
 
+CollectionMerger::CollectionMerger(Collection& target)
+    : target_(target), words_(MidiLocation::kMask), locations_(MidiLocation::kMask)
+{
+    for (const Instrument& instrument : target.All<Instrument>())
+        words_.Mark(instrument.location.word);
+}
+
+void CollectionMerger::Merge(Collection& other)
+{
+    if (&other == &target_ || other.ItemCount() < 2)
+        return;
+    for (Instrument& instrument : other.All<Instrument>())
+        instrument.location.word = words_.Take(instrument.location.word);
+    const std::vector<Instrument*> arriving = other.List<Instrument>();
+    target_.TakeItemsOf(other);
+    if (isFirst_) {
+        target_.TextItem::Validate();
+        for (Instrument& instrument : target_.All<Instrument>())
+            MakeLocationUnique(instrument, locations_);
+    } else {
+        for (Instrument* instrument : arriving)
+            MakeLocationUnique(*instrument, locations_);
+    }
+    for (const Instrument* instrument : arriving)
+        words_.Mark(instrument->location.word);
+    isFirst_ = false;
+}
+
 void Collection::Merge(Collection& other)
 {
-    if (&other == this || other.ItemCount() < 2)
-        return;
-    FreeNumbers locations(std::numeric_limits<std::uint32_t>::max());
-    for (const Instrument& instrument : All<Instrument>())
-        locations.Mark(instrument.location.word);
-    for (Instrument& instrument : other.All<Instrument>())
-        instrument.location.word = locations.Take(instrument.location.word);
+    CollectionMerger(*this).Merge(other);
+}
 
+/// Under new handles. Memory cannot run out halfway.
+void Collection::TakeItemsOf(Collection& other)
+{
     HandleTranslation table;
     std::vector<Item*> moving;
     for (std::size_t kind = 0; kind < static_cast<std::size_t>(ItemKind::Collection); ++kind)
@@ -33,7 +57,7 @@ void Collection::Merge(Collection& other)
             moving.push_back(item);
             table.Add(item->handle_, TakeHandle(item->Kind()));
         }
-    map_.Reserve(map_.Size() + moving.size()); // from here on memory cannot run out halfway
+    map_.Reserve(map_.Size() + moving.size());
 
     for (Item* item : moving) {
         std::unique_ptr<Item> owned = other.map_.Take(item->handle_);
@@ -45,7 +69,6 @@ void Collection::Merge(Collection& other)
         Link(*item);
     }
     other.ClearChildren();
-    Validate();
 }
 
 void Collection::CopyFrom(const Collection& other)

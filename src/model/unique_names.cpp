@@ -1,10 +1,12 @@
 // Telling items of one name apart by numbers.
 #include "base/text.h"
 #include "model/collection.h"
+#include "model/free_numbers.h"
+#include "model/hashed_text.h"
 
 #include <algorithm>
+#include <map>
 #include <string>
-#include <unordered_map>
 
 namespace vimbo {
 
@@ -56,64 +58,93 @@ bool MayBeEqual(std::string_view a, std::string_view b) noexcept
     return std::equal(a.begin(), a.end(), b.begin(), b.end(), alike);
 }
 
-/// Where the number behind a name starts; the name's length if it has none. The digit of a note name ("C#3")
-/// is none.
-std::size_t NumberStart(std::u16string_view name) noexcept
+std::size_t DigitsStart(std::u16string_view name) noexcept
 {
-    std::size_t start = name.size();
-    while (start > 0 && IsDigit(name[start - 1]))
-        --start;
-    if (name.size() - start > kMaxDigits)
-        return name.size();
-    const char16_t before = name.size() >= 2 ? name[name.size() - 2] : u' ';
-    const bool isNote = before == u'#' || (before >= u'A' && before <= u'G');
-    return isNote ? name.size() : start;
+    return static_cast<std::size_t>(name.rend() - std::find_if_not(name.rbegin(), name.rend(), IsDigit));
 }
 
-/// The name that is tried after `name`.
-std::u16string NextName(std::u16string_view name)
+/// True for what stands before the digit of a note name ("C#3").
+constexpr bool MakesNote(char16_t before) noexcept
 {
-    const std::size_t start = NumberStart(name);
+    return before == u'#' || (before >= u'A' && before <= u'G');
+}
+
+/// Where the number behind a name starts; the name's length if it has none. The digit of a note name is none.
+std::size_t NumberStart(std::u16string_view name) noexcept
+{
+    const std::size_t start = DigitsStart(name);
+    const std::size_t digits = name.size() - start;
+    const bool isNote = digits == 1 && start > 0 && MakesNote(name[start - 1]);
+    return digits > kMaxDigits || isNote ? name.size() : start;
+}
+
+std::uint64_t ToNumber(std::u16string_view digits) noexcept
+{
     std::uint64_t number = 0;
-    for (const char16_t digit : name.substr(start))
+    for (const char16_t digit : digits)
         number = number * 10 + (digit - u'0');
-    std::u16string next(name.substr(0, start));
-    if (start == name.size())
-        next.push_back(u' ');
-    const std::string digits = std::to_string(number + 1);
-    return next.append(digits.begin(), digits.end());
+    return number;
 }
 
 /// The names in use. A name never falls free while items are renamed one after another, since an item gives
-/// its name up only to a twin; so each search may start where an earlier one from the same name ended.
+/// its name up only to a twin. Every call takes O(log n) comparisons of names and numbers for n names, also
+/// with all of them in one series.
 class NamePool {
 public:
-    void Add(std::u16string_view name) { ++holders_[NameKey(name)]; }
-    void Remove(std::u16string_view name) { --holders_[NameKey(name)]; }
+    void Add(std::u16string_view name)
+    {
+        std::u16string key = NameKey(name);
+        if (++holders_[HashedText(key)] > 1)
+            return;
+        const std::size_t start = DigitsStart(key);
+        const std::size_t digits = key.size() - start;
+        if (digits == 0 || digits > kMaxDigits + 1 || key[start] == u'0') // no name that is tried
+            return;
+        const std::uint64_t number = ToNumber(std::u16string_view(key).substr(start));
+        key.resize(start);
+        series_[HashedText(std::move(key))].Take(number);
+    }
+    void Remove(std::u16string_view name) { --holders_[HashedText(NameKey(name))]; }
     std::size_t Holders(std::u16string_view name) const
     {
-        const auto found = holders_.find(NameKey(name));
+        const auto found = holders_.find(HashedText(NameKey(name)));
         return found != holders_.end() ? found->second : 0;
     }
 
-    /// Tries name after name until one is free.
-    std::u16string FindFree(std::u16string_view taken)
+    /// Names with higher and higher numbers are tried until one is free.
+    std::u16string FindFree(std::u16string_view taken) const
     {
-        std::vector<std::u16string> tried;
         std::u16string name(taken);
-        do {
-            tried.push_back(name);
-            const auto known = reached_.find(name);
-            name = known != reached_.end() ? known->second : NextName(name);
-        } while (Holders(name) > 0);
-        for (std::u16string& passed : tried)
-            reached_.insert_or_assign(std::move(passed), name);
-        return name;
+        for (;;) {
+            const std::size_t start = NumberStart(name);
+            const bool hasNumber = start < name.size();
+            std::uint64_t number = hasNumber ? ToNumber(std::u16string_view(name).substr(start)) + 1 : 1;
+            if (hasNumber)
+                name.resize(start);
+            else
+                name.push_back(u' ');
+            // Not a number any more: a single digit that makes a note name, and one digit too many.
+            const bool isNote = number < 10 && !name.empty() && MakesNote(name.back());
+            if (!isNote)
+                number = std::min(FirstFree(name, number), kNoNumber);
+            const std::string digits = std::to_string(number);
+            name.append(digits.begin(), digits.end());
+            if (Holders(name) == 0 || (!isNote && number != kNoNumber))
+                return name;
+        }
     }
 
 private:
-    std::unordered_map<std::u16string, std::size_t> holders_;    ///< by NameKey
-    std::unordered_map<std::u16string, std::u16string> reached_; ///< a taken name: the last one found from it
+    static constexpr std::uint64_t kNoNumber = 1'000'000'000'000'000'000; ///< kMaxDigits + 1 digits
+
+    std::uint64_t FirstFree(std::u16string_view stem, std::uint64_t from) const
+    {
+        const auto found = series_.find(HashedText(NameKey(stem)));
+        return found != series_.end() ? found->second.FirstFree(from) : from;
+    }
+
+    std::map<HashedText, std::size_t> holders_; ///< by NameKey
+    std::map<HashedText, NumberRuns> series_;   ///< numbers taken, by NameKey of what stands before them
 };
 
 } // namespace

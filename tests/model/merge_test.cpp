@@ -1,7 +1,11 @@
+#include "model/merge.h"
+
 #include "model_builders.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <random>
 #include <set>
 
 namespace vimbo {
@@ -111,6 +115,40 @@ TEST(Merge, ManyInstrumentsAtOnePlaceAreQuick)
     for (const Instrument& instrument : target.All<Instrument>())
         words.insert(instrument.location.word);
     EXPECT_EQ(words.size(), 40000u);
+}
+
+TEST(Merge, OneMergerForManyGivesWhatManyMergesGive)
+{
+    for (unsigned seed = 0; seed < 20; ++seed) {
+        std::vector<std::uint32_t> words[2];
+        for (const bool isOneMerger : {false, true}) {
+            std::mt19937 random(seed);
+            const auto below = [&](unsigned limit) { return static_cast<std::uint32_t>(random() % limit); };
+            const auto word = [&] { return below(3) == 0 ? MidiLocation::kMask - below(3) : below(4) << 14; };
+            Collection target;
+            for (unsigned i = below(4); i > 0; --i)
+                target.Create<Instrument>(u"t").location.word = word();
+            target.Validate();
+            CollectionMerger merger(target);
+            for (int i = 0; i < 8; ++i) {
+                Collection other;
+                other.Create<Waveform>(u"w");
+                for (unsigned n = below(5); n > 0; --n)
+                    other.Create<Instrument>(u"i").location.word = word();
+                if (isOneMerger)
+                    merger.Merge(other);
+                else
+                    target.Merge(other);
+            }
+            EXPECT_TRUE(IsConsistent(target));
+            EXPECT_EQ(target.CountOf(ItemKind::Waveform), 8u);
+            for (const Instrument& instrument : target.All<Instrument>())
+                words[isOneMerger ? 1 : 0].push_back(instrument.location.word);
+        }
+        EXPECT_EQ(words[0], words[1]) << "seed " << seed;
+        std::ranges::sort(words[0]);
+        EXPECT_EQ(std::ranges::adjacent_find(words[0]), words[0].end());
+    }
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 #include <set>
 
@@ -70,6 +71,45 @@ std::vector<std::u16string> ClashingNames(std::uint32_t seed, std::size_t count)
     return names;
 }
 
+/// The rule, word by word: number after number until a name is free.
+std::vector<std::u16string> PlainlyUnique(std::vector<std::u16string> names)
+{
+    const auto key = [](std::u16string_view name) {
+        std::u16string folded = NarrowToWide(WideToNarrow(name));
+        std::ranges::transform(folded, folded.begin(), FoldCase);
+        return folded;
+    };
+    const auto next = [](std::u16string name) {
+        std::string digits;
+        while (!name.empty() && name.back() >= u'0' && name.back() <= u'9') {
+            digits.insert(digits.begin(), static_cast<char>(name.back()));
+            name.pop_back();
+        }
+        const bool isNote = digits.size() == 1 && !name.empty() &&
+                            std::u16string_view(u"#ABCDEFG").find(name.back()) != std::u16string_view::npos;
+        if (isNote || digits.size() > 18) {
+            name.append(digits.begin(), digits.end());
+            digits.clear();
+        }
+        if (digits.empty())
+            name += u' ';
+        const std::string number = std::to_string(digits.empty() ? 1 : std::stoull(digits) + 1);
+        return name.append(number.begin(), number.end());
+    };
+    for (std::u16string& name : names) {
+        const auto isTaken = [&](const std::u16string& wanted) {
+            return std::ranges::any_of(names, [&](const std::u16string& other) {
+                return &other != &name && key(other) == key(wanted);
+            });
+        };
+        std::u16string wanted = name;
+        while (isTaken(wanted))
+            wanted = next(wanted);
+        name = wanted;
+    }
+    return names;
+}
+
 TEST(UniqueNames, AllAtOnceGivesTheSameAsOneByOne)
 {
     std::vector<std::vector<std::u16string>> lists;
@@ -88,6 +128,7 @@ TEST(UniqueNames, AllAtOnceGivesTheSameAsOneByOne)
             changed |= layer.EnsureUniqueName();
         EXPECT_EQ(allAtOnce.MakeNamesUnique(ItemKind::Layer), changed);
         ASSERT_EQ(Names<Layer>(allAtOnce), Names<Layer>(oneByOne));
+        ASSERT_EQ(Names<Layer>(allAtOnce), PlainlyUnique(names));
         EXPECT_FALSE(allAtOnce.MakeNamesUnique(ItemKind::Layer));
     }
 }
