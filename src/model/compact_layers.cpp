@@ -4,7 +4,7 @@
 
 #include <algorithm>
 #include <bit>
-#include <unordered_map>
+#include <map>
 
 namespace vimbo {
 namespace {
@@ -113,13 +113,31 @@ private:
     std::vector<KeptLayer> kept_;
 };
 
+std::uint32_t Bits(float value) noexcept
+{
+    return std::bit_cast<std::uint32_t>(value + 0.0f); // -0 is 0
+}
+
 std::uint64_t HashOf(const ArticulationBlock& block) noexcept
 {
     std::uint64_t hash = 0xCBF29CE484222325; // FNV-1a over words
     for (const float value : block.Values())
-        hash = (hash ^ std::bit_cast<std::uint32_t>(value + 0.0f)) * 0x100000001B3; // -0 is 0
+        hash = (hash ^ Bits(value)) * 0x100000001B3;
     return hash;
 }
+
+/// Any order of values: by their hashes, and of equal hashes by the values themselves, as a file may be made
+/// so that all hashes are equal.
+struct BlockOrder {
+    using Key = std::pair<std::uint64_t, const ArticulationBlock*>;
+    bool operator()(const Key& a, const Key& b) const noexcept
+    {
+        if (a.first != b.first)
+            return a.first < b.first;
+        return !a.second->SharesValues(*b.second) &&
+               std::ranges::lexicographical_compare(a.second->Values(), b.second->Values(), {}, Bits, Bits);
+    }
+};
 
 /// Layers that may merge, in order: all, or those of equal articulation.
 std::vector<std::vector<Layer*>> MergeableGroups(const Instrument& instrument, KeepArticulation keep)
@@ -127,19 +145,13 @@ std::vector<std::vector<Layer*>> MergeableGroups(const Instrument& instrument, K
     std::vector<std::vector<Layer*>> groups;
     if (keep == KeepArticulation::No)
         return {instrument.Layers()};
-    std::unordered_multimap<std::uint64_t, std::size_t> byHash;
+    std::map<BlockOrder::Key, std::size_t, BlockOrder> numbers;
     ForEachLayer(instrument, [&](Layer& layer) {
-        const std::uint64_t hash = HashOf(layer.articulation);
-        const auto [first, last] = byHash.equal_range(hash);
-        const auto same = std::find_if(first, last, [&](const auto& entry) {
-            return groups[entry.second].front()->articulation.SameValues(layer.articulation);
-        });
-        if (same != last) {
-            groups[same->second].push_back(&layer);
-            return;
-        }
-        byHash.emplace(hash, groups.size());
-        groups.push_back({&layer});
+        const auto [same, isNew] =
+            numbers.try_emplace({HashOf(layer.articulation), &layer.articulation}, groups.size());
+        if (isNew)
+            groups.emplace_back();
+        groups[same->second].push_back(&layer);
     });
     return groups;
 }

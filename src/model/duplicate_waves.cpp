@@ -7,6 +7,10 @@
 
 #include <algorithm>
 #include <bit>
+#include <compare>
+#include <map>
+#include <set>
+#include <tuple>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -50,13 +54,35 @@ std::uint64_t DescriptionHash(const Waveform& wave)
     return hash;
 }
 
-bool IsDescribedAlike(const Waveform& a, const Waveform& b)
+std::uint64_t Bits(double value) noexcept
 {
-    const auto same = [](const Marker& one, const Marker& other) { return one.SameAs(other); };
-    return a.frames == b.frames && a.channels == b.channels && a.rateHz == b.rateHz &&
-           a.rootKey == b.rootKey && a.fineTune == b.fineTune && a.volume == b.volume && a.loop == b.loop &&
-           std::ranges::equal(a.markers, b.markers, same) && CompareNoCase(a.GetName(), b.GetName()) == 0;
+    return std::bit_cast<std::uint64_t>(value + 0.0); // one zero
 }
+
+auto Numbers(const Waveform& wave) noexcept
+{
+    return std::tuple(wave.frames, wave.channels, wave.rateHz, wave.rootKey, wave.fineTune,
+                      Bits(double{wave.volume}), wave.loop.type, wave.loop.breakOnRelease, wave.loop.oneShot,
+                      Bits(double{wave.loop.pitch}), Bits(wave.loop.start), Bits(wave.loop.end));
+}
+
+/// Any order of waveforms by all that must agree beside the samples: by the hashes of that, and of equal
+/// hashes by all of it, as a file may be made so that all hashes are equal.
+struct DescriptionOrder {
+    using Key = std::pair<std::uint64_t, const Waveform*>;
+    bool operator()(const Key& a, const Key& b) const
+    {
+        if (a.first != b.first)
+            return a.first < b.first;
+        const Waveform &one = *a.second, &other = *b.second;
+        if (const auto order = Numbers(one) <=> Numbers(other); order != 0)
+            return order < 0;
+        if (const int order = CompareNoCase(one.GetName(), other.GetName()); order != 0)
+            return order < 0;
+        const auto marker = [](const Marker& m) { return std::tie(m.position, m.isRange, m.end, m.name); };
+        return std::ranges::lexicographical_compare(one.markers, other.markers, {}, marker, marker);
+    }
+};
 
 /// Samples in pieces. A block that had to be built for it is released again.
 class Samples {
@@ -116,19 +142,28 @@ bool HashSamples(Waveform& wave, std::uint64_t& hash)
     });
 }
 
-bool HaveEqualSamples(Waveform& a, Waveform& b)
+/// The samples' order, bit by bit; of samples that cannot be read, none.
+std::partial_ordering CompareSamples(Waveform& a, Waveform& b)
 {
     Samples left(a), right(b);
+    std::partial_ordering order = std::partial_ordering::unordered;
     if (!left.IsOpen() || !right.IsOpen())
-        return false;
+        return order;
+    order = std::partial_ordering::equivalent;
     std::vector<float> one(kPieceSamples), other(kPieceSamples);
-    return ForEachPiece(a, [&](std::uint32_t first, std::size_t count) {
+    ForEachPiece(a, [&](std::uint32_t first, std::size_t count) {
         const auto l = std::span(one).first(count), r = std::span(other).first(count);
-        const auto sameBits = [](float x, float y) {
-            return std::bit_cast<std::uint32_t>(x) == std::bit_cast<std::uint32_t>(y);
-        };
-        return left.Read(first, l) && right.Read(first, r) && std::ranges::equal(l, r, sameBits);
+        if (!left.Read(first, l) || !right.Read(first, r)) {
+            order = std::partial_ordering::unordered;
+            return false;
+        }
+        const auto bits = [](float value) { return std::bit_cast<std::uint32_t>(value); };
+        const auto [x, y] = std::ranges::mismatch(l, r, {}, bits, bits);
+        if (x != l.end())
+            order = bits(*x) <=> bits(*y);
+        return x == l.end();
     });
+    return order;
 }
 
 using Replacements = std::unordered_map<ItemHandle, ItemHandle, ItemHandleHash>;
@@ -137,7 +172,6 @@ using Replacements = std::unordered_map<ItemHandle, ItemHandle, ItemHandleHash>;
 class Alike {
 public:
     explicit Alike(Waveform& first) : distinct_{&first} {}
-    const Waveform& First() const noexcept { return *distinct_.front(); }
 
     /// The earlier waveform with the same samples; null if there is none, and `wave` joins the others then.
     Waveform* FindOrAdd(Waveform& wave)
@@ -151,42 +185,48 @@ public:
         while (hashed_ + 1 < distinct_.size()) {
             Waveform* const earlier = distinct_[hashed_++];
             if (HashSamples(*earlier, hash))
-                bySamples_.emplace(hash, earlier);
+                FindOrAdd(hash, *earlier);
         }
         ++hashed_;
         if (!HashSamples(wave, hash))
             return nullptr;
-        const auto [from, to] = bySamples_.equal_range(hash);
-        for (auto i = from; i != to; ++i)
-            if (HaveEqualSamples(*i->second, wave)) {
-                distinct_.pop_back();
-                --hashed_;
-                return i->second;
-            }
-        bySamples_.emplace(hash, &wave);
-        return nullptr;
+        Waveform* const same = FindOrAdd(hash, wave);
+        if (same != nullptr) {
+            distinct_.pop_back();
+            --hashed_;
+        }
+        return same;
     }
 
 private:
+    struct SampleOrder {
+        using Key = std::pair<std::uint64_t, Waveform*>;
+        bool operator()(const Key& a, const Key& b) const
+        {
+            return a.first != b.first ? a.first < b.first : CompareSamples(*a.second, *b.second) < 0;
+        }
+    };
+
+    Waveform* FindOrAdd(std::uint64_t hash, Waveform& wave)
+    {
+        const auto [first, isFirst] = firstOfHash_.emplace(hash, &wave);
+        if (isFirst)
+            return nullptr;
+        if (CompareSamples(*first->second, wave) == 0)
+            return first->second;
+        const auto [same, isNew] = others_.emplace(hash, &wave);
+        return !isNew && CompareSamples(*same->second, wave) == 0 ? same->second : nullptr;
+    }
+
     /// Equal sources are looked for among the first few; beyond them the samples tell.
     static constexpr std::size_t kSourcesCompared = 16;
     std::vector<Waveform*> distinct_;
-    std::unordered_multimap<std::uint64_t, Waveform*> bySamples_; ///< of the first `hashed_` ones
-    std::size_t hashed_ = 0;
+    std::size_t hashed_ = 0;                         ///< so many of them are in the maps
+    std::map<std::uint64_t, Waveform*> firstOfHash_; ///< by a hash of the samples
+    /// More of one hash, as a file may be made so that there are many: by the samples, so that a search reads
+    /// few of them.
+    std::set<SampleOrder::Key, SampleOrder> others_;
 };
-
-/// Waveforms with one hash of description; more than one kind only where hashes meet by chance.
-using Group = std::vector<Alike>;
-
-void Sort(Group& group, Waveform& wave, Replacements& replacements)
-{
-    const auto alike = std::ranges::find_if(
-        group, [&wave](const Alike& kind) { return IsDescribedAlike(kind.First(), wave); });
-    if (alike == group.end())
-        group.emplace_back(wave);
-    else if (const Waveform* earlier = alike->FindOrAdd(wave))
-        replacements.emplace(wave.Handle(), earlier->Handle());
-}
 
 /// Of what HasSameSource compares, as far as it is cheap.
 std::uint64_t SourceHash(const SampleSource& source)
@@ -318,13 +358,21 @@ std::size_t ShareSources(Collection& collection, std::span<const std::size_t> fi
     return replacements.size();
 }
 
-std::size_t RemoveDuplicateWaves(Collection& collection)
+std::size_t RemoveDuplicateWaves(Collection& collection, std::size_t count)
 {
-    std::unordered_map<std::uint64_t, Group> groups;
+    std::map<DescriptionOrder::Key, Alike, DescriptionOrder> groups;
     Replacements replacements;
-    for (Waveform* wave : collection.List<Waveform>())
-        if (wave->frames != 0)
-            Sort(groups[DescriptionHash(*wave)], *wave, replacements);
+    for (Waveform& wave : collection.All<Waveform>()) {
+        if (count-- == 0)
+            break;
+        if (wave.frames == 0)
+            continue;
+        const auto [alike, isNew] = groups.try_emplace({DescriptionHash(wave), &wave}, wave);
+        if (isNew)
+            continue;
+        if (const Waveform* earlier = alike->second.FindOrAdd(wave))
+            replacements.emplace(wave.Handle(), earlier->Handle());
+    }
     if (replacements.empty())
         return 0;
     Replace(collection, replacements);

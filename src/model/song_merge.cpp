@@ -96,9 +96,9 @@ void ConvertToFormat0(Song& song)
         Track& combined = owner.Create<Track>(u"Combined track");
         combined.SetData(builder.Data());
         combined.channel = Track::kControlTrack;
-        for (std::size_t i = tracks.size(); i-- > 0;)
-            owner.Destroy(tracks[i]->Handle());
-        song.ClearChildren(); // slots of tracks that were gone before
+        song.ClearChildren(); // each track would otherwise search the list for itself
+        for (const Track* track : tracks)
+            owner.Destroy(track->Handle());
         combined.SetParent(song.Handle());
         song.AddChild(combined.Handle());
     }

@@ -71,12 +71,12 @@ std::u16string StereoMaker::StereoName(std::u16string_view name, std::u16string_
 {
     if (names_.empty())
         for (const Waveform& wave : items_.All<Waveform>())
-            names_.insert(FoldedName(wave.GetName()));
+            names_.emplace(FoldedName(wave.GetName()));
     std::u16string result(AreSidesOfOneName(name, other) ? name.substr(0, FindSideEnding(name).stem)
                                                          : WithoutSideEnding(name));
-    if (result.size() == name.size() || names_.contains(FoldedName(result)))
+    if (result.size() == name.size() || names_.contains(HashedText(FoldedName(result))))
         result += u" S";
-    madeEqualNames_ |= !names_.insert(FoldedName(result)).second;
+    madeEqualNames_ |= !names_.emplace(FoldedName(result)).second;
     return result;
 }
 

@@ -1,9 +1,11 @@
 // What joining pairs of mono waveforms needs, whatever tells that they are pairs.
 #pragma once
 
+#include "model/hashed_text.h"
 #include "model/stereo_pairs.h"
 
 #include <map>
+#include <set>
 #include <string>
 #include <unordered_set>
 #include <utility>
@@ -38,7 +40,7 @@ private:
 
     Collection& items_;
     std::map<std::pair<ItemHandle, ItemHandle>, Waveform*> made_;
-    std::unordered_set<std::u16string> names_; ///< of all waveforms, folded
+    std::set<HashedText> names_; ///< of all waveforms, folded
     bool madeEqualNames_ = false;
 };
 

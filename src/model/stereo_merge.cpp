@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <deque>
 #include <numeric>
 #include <unordered_map>
 #include <utility>
@@ -210,8 +211,7 @@ private:
     static constexpr std::size_t kTried = 64;
 
     /// The first of those waiting with which the half can be joined; false if there is none.
-    bool TakePartner(std::size_t number, std::vector<std::size_t>& waiting,
-                     std::vector<HalfPair>& pairs) const
+    bool TakePartner(std::size_t number, std::deque<std::size_t>& waiting, std::vector<HalfPair>& pairs) const
     {
         const auto end = waiting.begin() + static_cast<std::ptrdiff_t>(std::min(waiting.size(), kTried));
         const auto found = std::find_if(waiting.begin(), end, [&](std::size_t other) {
@@ -225,7 +225,8 @@ private:
     }
 
     const std::vector<Half>& halves_;
-    std::vector<std::size_t> left_, right_; ///< that wait for their other side, in order
+    /// That wait for their other side, in order. They leave near the front, which a deque does not mind.
+    std::deque<std::size_t> left_, right_;
 };
 
 /// The numbers of halves in the order of their keys.

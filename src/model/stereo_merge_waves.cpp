@@ -13,19 +13,34 @@
 namespace vimbo {
 namespace {
 
-/// The regions of each waveform, in the order of instruments and layers.
-using RegionsByWave = std::unordered_map<const Waveform*, std::vector<Region*>>;
+/// Who plays what.
+struct Players {
+    explicit Players(const Collection& items)
+    {
+        for (const Instrument& instrument : items.All<Instrument>())
+            for (const Layer* layer : instrument.Layers()) {
+                places.emplace(layer, places.size());
+                for (Region* region : layer->Regions())
+                    if (const Waveform* wave = region->Wave())
+                        regions[wave].push_back(region);
+            }
+    }
+    const std::vector<Region*>& Of(const Waveform& wave) const
+    {
+        static const std::vector<Region*> kNone;
+        const auto found = regions.find(&wave);
+        return found != regions.end() ? found->second : kNone;
+    }
+    std::size_t PlaceOf(const Layer* layer) const
+    {
+        const auto found = places.find(layer);
+        return found != places.end() ? found->second : places.size();
+    }
 
-RegionsByWave FindRegions(const Collection& items)
-{
-    RegionsByWave regions;
-    for (const Instrument& instrument : items.All<Instrument>())
-        for (const Layer* layer : instrument.Layers())
-            for (Region* region : layer->Regions())
-                if (const Waveform* wave = region->Wave())
-                    regions[wave].push_back(region);
-    return regions;
-}
+    /// The regions of each waveform, in the order of instruments and layers.
+    std::unordered_map<const Waveform*, std::vector<Region*>> regions;
+    std::unordered_map<const Layer*, std::size_t> places; ///< in that order
+};
 
 struct RegionPair {
     Region *left, *right;
@@ -51,37 +66,26 @@ std::vector<RegionPair> PairRegions(const std::vector<Region*>& left, const std:
     return pairs;
 }
 
-bool ComesFirst(const Region& a, const Region& b)
+bool ComesFirst(const Region& a, const Region& b, const Players& players)
 {
     if ((a.phaseMaster != 0) != (b.phaseMaster != 0))
         return a.phaseMaster != 0;
-    const Layer *one = a.ParentLayer(), *other = b.ParentLayer();
-    if (one == other || one == nullptr)
-        return true;
-    for (const Layer* layer : one->ParentInstrument()->Layers())
-        if (layer == one || layer == other)
-            return layer == one;
-    return true;
+    return players.PlaceOf(a.ParentLayer()) <= players.PlaceOf(b.ParentLayer());
 }
 
 /// @return true if a stereo waveform was made and all pairs of regions play it
-bool JoinWaves(Waveform& left, Waveform& right, const RegionsByWave& regions, StereoMaker& maker,
+bool JoinWaves(Waveform& left, Waveform& right, const Players& players, StereoMaker& maker,
                RegionChanges& changes)
 {
-    static const std::vector<Region*> kNone;
-    const auto of = [&regions](const Waveform& wave) -> const std::vector<Region*>& {
-        const auto found = regions.find(&wave);
-        return found != regions.end() ? found->second : kNone;
-    };
-    const std::vector<RegionPair> pairs = PairRegions(of(left), of(right));
-    const bool isUsed = !of(left).empty() || !of(right).empty();
+    const std::vector<RegionPair> pairs = PairRegions(players.Of(left), players.Of(right));
+    const bool isUsed = !players.Of(left).empty() || !players.Of(right).empty();
     if (isUsed && pairs.empty())
         return false;
     const Waveform* stereo = maker.StereoOf(left, right, left);
     if (stereo == nullptr)
         return false;
     for (const RegionPair& pair : pairs) {
-        const bool keepsLeft = ComesFirst(*pair.left, *pair.right);
+        const bool keepsLeft = ComesFirst(*pair.left, *pair.right, players);
         changes.Merge(keepsLeft ? *pair.left : *pair.right, keepsLeft ? *pair.right : *pair.left, *stereo);
     }
     return true;
@@ -94,7 +98,7 @@ StereoMergeCounts MergeStereoWaves(Collection& collection, DeleteUnused deleteUn
     using Key = std::tuple<std::u16string, char16_t, std::uint32_t, std::uint32_t, std::uint8_t>;
     StereoMaker maker(collection);
     RegionChanges changes;
-    const RegionsByWave regions = FindRegions(collection);
+    const Players players(collection);
     std::map<Key, std::deque<Waveform*>> waiting; ///< of one side only
     std::size_t merged = 0;
     for (Waveform* wave : collection.List<Waveform>()) {
@@ -109,7 +113,7 @@ StereoMergeCounts MergeStereoWaves(Collection& collection, DeleteUnused deleteUn
         }
         Waveform* const earlier = line.front();
         const bool isLeft = ending.side == SideEnding::Side::Left;
-        if (JoinWaves(isLeft ? *wave : *earlier, isLeft ? *earlier : *wave, regions, maker, changes))
+        if (JoinWaves(isLeft ? *wave : *earlier, isLeft ? *earlier : *wave, players, maker, changes))
             ++merged;
         line.pop_front();
     }

@@ -3,6 +3,7 @@
 
 #include "model/collection.h"
 
+#include <limits>
 #include <span>
 
 namespace vimbo {
@@ -58,8 +59,11 @@ std::u16string_view WithoutSideEnding(std::u16string_view name) noexcept;
 
 /// Deletes waveforms that equal an earlier one in name (case ignored), shape, tuning, loop, markers and
 /// samples; regions and synthesis models play the earlier one. Samples are read only where all else agrees
-/// and the sources differ. @return the number of waveforms deleted
-std::size_t RemoveDuplicateWaves(Collection& collection);
+/// and the sources differ: O(n log n) comparisons of waveforms for n of them, each of which reads at most the
+/// two waveforms' samples. @param count  only the first ones are looked at
+/// @return the number of waveforms deleted
+std::size_t RemoveDuplicateWaves(Collection& collection,
+                                 std::size_t count = std::numeric_limits<std::size_t>::max());
 
 enum class Unplayed : bool { Keep, Drop };
 /// For items of several files that came together: deletes waveforms whose samples are read from the very

@@ -53,16 +53,17 @@ void AddPartner(Layer& layer, Region& region, const Halves& halves)
 /// Regions whose waveform was split get partners in a new layer behind theirs.
 void SplitLayers(Instrument& instrument, const HalvesOf& halves)
 {
-    std::size_t place = 0;
+    std::vector<ItemHandle> order;
     for (Layer* layer : instrument.Layers()) {
-        ++place;
+        order.push_back(layer->Handle());
         Layer* behind = nullptr;
         for (Region* region : layer->Regions()) {
             const Halves* const sides = Find(halves, *region);
             if (sides == nullptr)
                 continue;
             if (behind == nullptr) {
-                behind = &instrument.AddLayer(layer->GetName(), place++);
+                behind = &instrument.AddLayer(layer->GetName());
+                order.push_back(behind->Handle());
                 behind->trigger = layer->trigger;
                 behind->articulation = layer->articulation;
                 behind->drum = layer->drum;
@@ -74,6 +75,9 @@ void SplitLayers(Instrument& instrument, const HalvesOf& halves)
             behind->RebuildName();
         }
     }
+    instrument.ClearChildren();
+    for (const ItemHandle layer : order)
+        instrument.AddChild(layer); // there is memory for as many
 }
 
 bool SplitWave(Waveform& wave, HalvesOf& halves)
