@@ -10,8 +10,12 @@
 #include "formats/wave/wave.h"
 #include "formats/xiph/xiph.h"
 #include "model/fix_up.h"
+#include "model/merge.h"
 
 #include <array>
+#include <functional>
+#include <map>
+#include <optional>
 
 namespace vimbo {
 
@@ -63,15 +67,6 @@ void CopyContext(const Collection& from, Collection& to)
     to.SetImportProcedures(AllImportProcedures());
 }
 
-Waveform* FindWaveByName(const Collection& collection, std::u16string_view name)
-{
-    for (Waveform& wave : collection.All<Waveform>()) {
-        if (wave.GetName() == name)
-            return &wave;
-    }
-    return nullptr;
-}
-
 /// Gives the samples of `from` to `to`, and its loop unless it says nothing.
 bool ReplaceSamples(Waveform& to, Waveform& from)
 {
@@ -86,23 +81,117 @@ bool ReplaceSamples(Waveform& to, Waveform& from)
     return true;
 }
 
-bool OpenOneFile(Collection& collection, std::u16string_view path, OpenMode mode)
-{
-    switch (mode) {
-    case OpenMode::Merge:
-        return MergeFile(collection, path);
-    case OpenMode::ReplaceWaves: {
-        int replaced = 0;
-        return ReplaceWaveforms(collection, path, replaced);
-    }
-    case OpenMode::New:
-        break;
-    }
-    return LoadFile(collection, path, AllowRaw::Yes);
-}
+/// Merges files one after another into one collection. Each costs what it holds itself: duplicate waveforms
+/// are looked for once behind the last one.
+class FileMerger {
+public:
+    explicit FileMerger(Collection& target) : target_(target), merger_(target) {}
 
-bool OpenBelow(Collection& collection, std::u16string_view path, OpenMode& mode, Announce announce,
-               int& opened, int depth)
+    bool Merge(std::u16string_view path)
+    {
+        Collection loaded;
+        CopyContext(target_, loaded);
+        if (!LoadFile(loaded, path, AllowRaw::Yes))
+            return false;
+        const bool isSingleWave =
+            loaded.CountOf(ItemKind::Instrument) == 0 && loaded.CountOf(ItemKind::Waveform) == 1;
+        target_.SetImportProcedures(AllImportProcedures());
+        const std::size_t before = target_.CountOf(ItemKind::Waveform);
+        merger_.Merge(loaded);
+        if (!isSingleWave) { // what comes alone stays, until a bank comes behind it
+            fileStarts_.push_back(before);
+            mayBeDouble_ = target_.CountOf(ItemKind::Waveform);
+        }
+        return true;
+    }
+    /// To be called behind the last file.
+    void Finish()
+    {
+        if (mayBeDouble_ != 0)
+            FinishMerge(target_, fileStarts_, Unplayed::Keep, mayBeDouble_);
+        fileStarts_.clear();
+        mayBeDouble_ = 0;
+    }
+
+private:
+    Collection& target_;
+    CollectionMerger merger_;
+    std::vector<std::size_t> fileStarts_; ///< of files that did not come as a waveform alone
+    std::size_t mayBeDouble_ = 0;         ///< waveforms from the first one on
+};
+
+/// Gives samples to the waveforms of one collection, file after file.
+class WaveReplacer {
+public:
+    explicit WaveReplacer(Collection& target) : target_(target)
+    {
+        for (Waveform& wave : target.All<Waveform>())
+            byName_.emplace(wave.GetName(), &wave); // of equal names the first
+    }
+
+    bool Replace(std::u16string_view path, int& replaced)
+    {
+        replaced = 0;
+        Collection loaded;
+        CopyContext(target_, loaded);
+        if (!LoadFile(loaded, path, AllowRaw::Yes))
+            return false;
+        for (Waveform& wave : loaded.All<Waveform>()) {
+            const auto old = byName_.find(wave.GetName());
+            if (old != byName_.end() && ReplaceSamples(*old->second, wave))
+                ++replaced;
+        }
+        return true;
+    }
+
+private:
+    Collection& target_;
+    std::map<std::u16string, Waveform*, std::less<>> byName_;
+};
+
+/// Opens files one after another; in new collections the others are merged with the first.
+class Opener {
+public:
+    Opener(Collection& target, OpenMode mode) noexcept : target_(target), mode_(mode) {}
+
+    bool Open(std::u16string_view path)
+    {
+        switch (mode_) {
+        case OpenMode::Merge:
+            if (!merger_)
+                merger_.emplace(target_);
+            return merger_->Merge(path);
+        case OpenMode::ReplaceWaves: {
+            if (!replacer_)
+                replacer_.emplace(target_);
+            int replaced = 0;
+            return replacer_->Replace(path, replaced);
+        }
+        case OpenMode::New:
+            break;
+        }
+        if (!LoadFile(target_, path, AllowRaw::Yes))
+            return false;
+        mode_ = OpenMode::Merge;
+        return true;
+    }
+    /// To be called behind the last file.
+    void Finish()
+    {
+        if (merger_)
+            merger_->Finish();
+    }
+    OpenMode Mode() const noexcept { return mode_; }
+    Host& GetHost() const noexcept { return target_.GetHost(); }
+
+private:
+    Collection& target_;
+    OpenMode mode_;
+    std::optional<FileMerger> merger_;
+    std::optional<WaveReplacer> replacer_;
+};
+
+bool OpenBelow(Opener& opener, std::u16string_view path, Announce announce, int& opened, int depth)
 {
     if (IsDirectory(path)) {
         std::vector<DirectoryEntry> entries;
@@ -111,14 +200,15 @@ bool OpenBelow(Collection& collection, std::u16string_view path, OpenMode& mode,
         for (const DirectoryEntry& entry : entries) {
             if (entry.isDirectory && entry.name.starts_with(u'.'))
                 continue;
-            if (!OpenBelow(collection, JoinPath(path, entry.name), mode, announce, opened, depth + 1))
+            if (!OpenBelow(opener, JoinPath(path, entry.name), announce, opened, depth + 1))
                 return false;
         }
         return true;
     }
-    Host& host = collection.GetHost();
+    Host& host = opener.GetHost();
     host.SetStatus(u"Reading data...");
-    if (!OpenOneFile(collection, path, mode)) {
+    const OpenMode mode = opener.Mode();
+    if (!opener.Open(path)) {
         host.SetStatus(u"");
         return false;
     }
@@ -127,8 +217,6 @@ bool OpenBelow(Collection& collection, std::u16string_view path, OpenMode& mode,
         text += path;
         host.SetStatus(text);
     }
-    if (mode == OpenMode::New)
-        mode = OpenMode::Merge;
     ++opened;
     return true;
 }
@@ -169,47 +257,36 @@ bool LoadFile(Collection& collection, std::u16string_view path, AllowRaw allowRa
 
 bool MergeFile(Collection& collection, std::u16string_view path)
 {
-    Collection loaded;
-    CopyContext(collection, loaded);
-    if (!LoadFile(loaded, path, AllowRaw::Yes))
+    FileMerger merger(collection);
+    if (!merger.Merge(path))
         return false;
-    const bool isSingleWave =
-        loaded.CountOf(ItemKind::Instrument) == 0 && loaded.CountOf(ItemKind::Waveform) == 1;
-    collection.SetImportProcedures(AllImportProcedures());
-    const std::size_t before = collection.CountOf(ItemKind::Waveform);
-    collection.Merge(loaded);
-    if (!isSingleWave)
-        FinishMerge(collection, std::span(&before, 1), Unplayed::Keep);
+    merger.Finish();
     return true;
 }
 
-void FinishMerge(Collection& collection, std::span<const std::size_t> fileStarts, Unplayed unplayed)
+void FinishMerge(Collection& collection, std::span<const std::size_t> fileStarts, Unplayed unplayed,
+                 std::size_t count)
 {
     if (!collection.loadOptions.autoRemoveDupWaves)
         return;
-    ShareSources(collection, fileStarts, unplayed);
-    RemoveDuplicateWaves(collection);
+    const std::size_t shared = ShareSources(collection, fileStarts, unplayed, count);
+    RemoveDuplicateWaves(collection, count - shared);
 }
 
 bool ReplaceWaveforms(Collection& collection, std::u16string_view path, int& replaced)
 {
-    replaced = 0;
-    Collection loaded;
-    CopyContext(collection, loaded);
-    if (!LoadFile(loaded, path, AllowRaw::Yes))
-        return false;
-    for (Waveform& wave : loaded.All<Waveform>()) {
-        Waveform* old = FindWaveByName(collection, wave.GetName());
-        if (old && ReplaceSamples(*old, wave))
-            ++replaced;
-    }
-    return true;
+    return WaveReplacer(collection).Replace(path, replaced);
 }
 
 bool OpenPath(Collection& collection, std::u16string_view path, OpenMode mode, Announce announce, int* opened)
 {
     int count = 0;
-    const bool good = OpenBelow(collection, path, mode, announce, count, 0);
+    Opener opener(collection, mode);
+    const bool good = OpenBelow(opener, path, announce, count, 0);
+    const std::u16string error(LastError()); // what went wrong first counts
+    opener.Finish();
+    if (!good)
+        static_cast<void>(Fail(error));
     if (opened)
         *opened = count;
     return good;

@@ -299,7 +299,8 @@ void Replace(Collection& collection, const Replacements& replacements)
 
 } // namespace
 
-std::size_t ShareSources(Collection& collection, std::span<const std::size_t> fileStarts, Unplayed unplayed)
+std::size_t ShareSources(Collection& collection, std::span<const std::size_t> fileStarts, Unplayed unplayed,
+                         std::size_t count)
 {
     struct Entry {
         Waveform* wave;
@@ -314,6 +315,8 @@ std::size_t ShareSources(Collection& collection, std::span<const std::size_t> fi
     SampleSource source;
     std::size_t number = 0, file = 0;
     for (Waveform* wave : collection.List<Waveform>()) {
+        if (number == count)
+            break;
         while (file < fileStarts.size() && fileStarts[file] <= number)
             ++file;
         ++number;

@@ -72,7 +72,9 @@ enum class Unplayed : bool { Keep, Drop };
 /// @param fileStarts  numbers of the first waveforms of all files but the first, ascending
 /// @param unplayed  Drop: of a waveform that nothing plays only the samples count, and it is the one that
 /// goes
+/// @param count  only the first ones are looked at
 /// @return the number of waveforms deleted
-std::size_t ShareSources(Collection& collection, std::span<const std::size_t> fileStarts, Unplayed unplayed);
+std::size_t ShareSources(Collection& collection, std::span<const std::size_t> fileStarts, Unplayed unplayed,
+                         std::size_t count = std::numeric_limits<std::size_t>::max());
 
 } // namespace vimbo

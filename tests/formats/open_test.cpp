@@ -1,5 +1,6 @@
 #include "base/last_error.h"
 #include "formats/open.h"
+#include "model/instrument.h"
 #include "test_files.h"
 #include "test_host.h"
 
@@ -156,6 +157,43 @@ TEST(OpenPath, FoldersMergeAfterTheFirstFile)
     EXPECT_FALSE(OpenPath(collection, folder.Wide("set"), OpenMode::New, Announce::No, &opened));
     EXPECT_EQ(opened, 1) << "the walk ends at the first file that fails";
     EXPECT_EQ(LastError(), u"File is of zero size");
+}
+
+TEST(OpenPath, AFolderGivesWhatItsFilesGiveOneByOne)
+{
+    const ScratchFolder folder;
+    const Bytes kick = SmallWav(16), snare = SmallWav(32);
+    folder.Put("w/k.wav", kick);
+    folder.Put("w/s.wav", snare);
+    const std::string_view text = "<region> sample=../w/k.wav key=60 <region> sample=../w/s.wav key=61";
+    const auto bytes = std::as_bytes(std::span(text));
+    const std::u16string paths[] = {
+        folder.Put("set/a.sfz", {bytes.begin(), bytes.end()}), folder.Put("set/k.wav", kick),
+        folder.Put("set/m.sfz", {bytes.begin(), bytes.end()}), folder.Put("set/s.wav", snare)};
+    Collection oneByOne, atOnce;
+    ASSERT_TRUE(LoadFile(oneByOne, paths[0], AllowRaw::No)) << WideToUtf8(LastError());
+    for (const std::u16string& path : std::span(paths).subspan(1))
+        ASSERT_TRUE(MergeFile(oneByOne, path));
+    ASSERT_TRUE(OpenPath(atOnce, folder.Wide("set"), OpenMode::New, Announce::No));
+    for (const Collection* items : {&oneByOne, &atOnce}) {
+        std::vector<std::u16string> names;
+        for (const Waveform& wave : items->All<Waveform>())
+            names.emplace_back(wave.GetName());
+        // A bank's waveforms replace equal ones, one that comes alone stays until a bank comes behind it.
+        EXPECT_EQ(names, (std::vector<std::u16string>{u"k", u"s", u"s"}));
+        std::vector<std::uint32_t> locations;
+        for (const Instrument& instrument : items->All<Instrument>())
+            locations.push_back(instrument.location.word);
+        EXPECT_EQ(locations, (std::vector<std::uint32_t>{0, 1}));
+    }
+
+    folder.Put("new/1/k.wav", SmallWav(48));
+    folder.Put("new/2/s.wav", SmallWav(64));
+    ASSERT_TRUE(OpenPath(atOnce, folder.Wide("new"), OpenMode::ReplaceWaves, Announce::No));
+    std::vector<float> firsts;
+    for (Waveform& wave : atOnce.All<Waveform>())
+        firsts.push_back(wave.LockSamples()[0] * 32768);
+    EXPECT_EQ(firsts, (std::vector<float>{48, 64, 32})) << "of equal names the first";
 }
 
 TEST(MissingFileSearch, LooksNearbyBeforeItAsks)
