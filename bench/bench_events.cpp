@@ -6,10 +6,14 @@
 
 #include <benchmark/benchmark.h>
 
+#include <array>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <random>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -114,6 +118,148 @@ std::uint64_t Sum(const std::vector<std::byte>& block)
     return sum;
 }
 
+/// Bytes that a channel event, or the lyric of the random tunes, takes behind its delta, by the status byte.
+constexpr std::array<std::uint8_t, 256> MakeLengths()
+{
+    std::array<std::uint8_t, 256> lengths{};
+    for (unsigned status = 0x80; status < 0x100; ++status)
+        lengths[status] = (status & 0xE0) == kProgramChange ? 2 : 3;
+    lengths[kMetaStatus] = 6;
+    return lengths;
+}
+constexpr std::array<std::uint8_t, 256> kLengths = MakeLengths();
+
+std::uint32_t Load(const std::byte* at)
+{
+    std::uint32_t word = 0;
+    std::memcpy(&word, at, sizeof word);
+    return word;
+}
+
+/// What holds for any walk whose steps wait for one another, in its barest form: events that all have a
+/// status byte, deltas of one or two bytes, nothing delivered, nothing tested. The length comes out of a
+/// table.
+std::uint64_t ChainByTable(const std::vector<std::byte>& block)
+{
+    const std::byte *at = block.data(), *const end = at + block.size() - 16;
+    std::uint64_t count = 0;
+    for (; at < end; ++count) {
+        const std::uint32_t word = Load(at), isLong = word >> 7 & 1;
+        at += 1 + isLong + kLengths[word >> (8 + 8 * isLong) & 0xFF];
+    }
+    return count;
+}
+
+/// The same, but the status is jumped on: the processor foresees its length, and only the delta's is waited
+/// for.
+std::uint64_t ChainByJump(const std::vector<std::byte>& block)
+{
+    const std::byte *at = block.data(), *const end = at + block.size() - 16;
+    std::uint64_t count = 0;
+    for (; at < end; ++count) {
+        const std::byte* const status = at + 1 + (std::to_integer<unsigned>(*at) >> 7);
+        const auto kind = std::to_integer<unsigned>(*status);
+        at = status + 3;
+        if ((kind & 0xE0) == kProgramChange) {
+            at = status + 2;
+            asm volatile(""); // no arithmetic in place of the jump
+        } else if (kind == kMetaStatus) {
+            at = status + 6;
+            asm volatile("");
+        }
+    }
+    return count;
+}
+
+/// Lengths of all events, found ahead.
+const std::vector<std::uint8_t>& Lengths(const std::vector<std::byte>& block)
+{
+    static std::map<const void*, std::vector<std::uint8_t>> known;
+    std::vector<std::uint8_t>& lengths = known[block.data()];
+    if (!lengths.empty())
+        return lengths;
+    lengths.reserve(static_cast<std::size_t>(kEvents));
+    unsigned running = 0;
+    for (std::size_t at = 0; at < block.size();) {
+        const std::size_t start = at;
+        while (std::to_integer<unsigned>(block[at++]) >= 0x80) {
+        }
+        if (const auto next = std::to_integer<unsigned>(block[at]); next >= 0x80) {
+            running = next;
+            ++at;
+        }
+        at += kLengths[running] - 1u;
+        lengths.push_back(static_cast<std::uint8_t>(at - start));
+    }
+    return lengths;
+}
+
+/// No step waits for another: the lengths are known.
+std::uint64_t LastTickKnownLengths(const std::vector<std::byte>& block)
+{
+    const std::byte* at = block.data();
+    const std::size_t count = Lengths(block).size() - 4; // far from the end
+    const std::uint8_t* const lengths = Lengths(block).data();
+    std::uint64_t time = 0;
+    for (std::size_t i = 0; i < count; at += lengths[i++]) {
+        const std::uint32_t word = Load(at), isLong = word >> 7 & 1;
+        time += ((0 - isLong) & word & 0x7F) << 7 | (word >> 8 * isLong & 0x7F);
+    }
+    return time;
+}
+
+/// A block in two or more parts, each with a status at its start.
+const std::vector<std::vector<std::byte>>& Parts(const std::vector<std::byte>& block, std::size_t count)
+{
+    static std::map<std::pair<const void*, std::size_t>, std::vector<std::vector<std::byte>>> known;
+    auto& parts = known[{block.data(), count}];
+    if (!parts.empty())
+        return parts;
+    std::size_t at = 0, number = 0;
+    unsigned running = 0;
+    const std::size_t perPart = static_cast<std::size_t>(kEvents) / count;
+    for (const std::uint8_t length : Lengths(block)) {
+        std::size_t status = at;
+        while (std::to_integer<unsigned>(block[status++]) >= 0x80) {
+        }
+        const auto first = block.begin() + static_cast<std::ptrdiff_t>(at);
+        const auto behindDelta = block.begin() + static_cast<std::ptrdiff_t>(status);
+        const auto next = first + length;
+        const bool hasStatus = std::to_integer<unsigned>(*behindDelta) >= 0x80;
+        if (hasStatus)
+            running = std::to_integer<unsigned>(*behindDelta);
+        if (number++ % perPart == 0 && parts.size() < count) {
+            parts.emplace_back(first, behindDelta);
+            if (!hasStatus)
+                parts.back().push_back(static_cast<std::byte>(running));
+            parts.back().insert(parts.back().end(), behindDelta, next);
+        } else {
+            parts.back().insert(parts.back().end(), first, next);
+        }
+        at += length;
+    }
+    return parts;
+}
+
+/// The parts are walked at the same time, a step of each in turn: the steps of one hide the others' waits.
+template <std::size_t... kParts>
+std::uint64_t CountParts(const std::vector<std::byte>& block, std::index_sequence<kParts...>)
+{
+    const auto& parts = Parts(block, sizeof...(kParts));
+    std::tuple walks{EventWalk(parts[kParts])...};
+    std::array<TrackEvent, sizeof...(kParts)> events;
+    std::uint64_t count = 0;
+    while ((std::get<kParts>(walks).Next(events[kParts]) & ...))
+        count += sizeof...(kParts);
+    return count;
+}
+
+template <std::size_t kCount>
+std::uint64_t CountInParts(const std::vector<std::byte>& block)
+{
+    return CountParts(block, std::make_index_sequence<kCount>());
+}
+
 /// A jump on every byte, the least that a reader does who takes bytes as they come.
 std::uint64_t CountHighBytes(const std::vector<std::byte>& block)
 {
@@ -201,6 +347,13 @@ int main(int argc, char** argv)
         add("jump_per_byte", CountHighBytes);
         add("plain_count", Count<PlainWalk>);
         add("plain_walk", Walk<PlainWalk>);
+        add("last_tick_known_lengths", LastTickKnownLengths);
+        if (tune == Tune::FullStatus) {
+            add("chain_by_table", ChainByTable);
+            add("chain_by_jump", ChainByJump);
+        }
+        add("count_two_parts", CountInParts<2>);
+        add("count_four_parts", CountInParts<4>);
         add("count", Count<EventWalk>);
         add("count_notes", CountNotes);
         add("last_tick", LastTick);

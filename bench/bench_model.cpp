@@ -1,14 +1,20 @@
-// The passes over a huge collection: 2,000 instruments with 100,000 regions on 20,000 waveforms, and searches
-// for room in one instrument of as many regions. Each time is for the whole collection.
+// The passes over a huge collection: 2,000 instruments with 100,000 regions on 20,000 waveforms, each time
+// for all of it; and what is made to be as bad as it can be for one step, with 10,000 items and with 100,000.
 #include "model/fix_up.h"
 #include "model/instrument.h"
+#include "model/merge.h"
+#include "model/song.h"
+#include "model/song_merge.h"
 #include "model/stereo_pairs.h"
+#include "model/track_builder.h"
 #include "model/waveform.h"
 
 #include <benchmark/benchmark.h>
 
+#include <ctime>
 #include <memory>
 #include <random>
+#include <string>
 
 namespace {
 
@@ -159,51 +165,339 @@ std::vector<Ranges> MakeRanges(int shapes, std::size_t count)
     return all;
 }
 
-void BM_CompactLayers(benchmark::State& state)
+/// An instrument of as many layers as there are ranges, a region in each.
+void MakeStack(Collection& items, const std::vector<Ranges>& ranges)
 {
-    const std::vector<Ranges> ranges =
-        MakeRanges(static_cast<int>(state.range(0)), static_cast<std::size_t>(state.range(1)));
-    std::size_t left = 0;
-    for (auto step : state) {
-        state.PauseTiming();
-        auto items = std::make_unique<Collection>();
-        Instrument& instrument = items->Create<Instrument>(u"Stack");
-        for (const Ranges& each : ranges)
-            instrument.AddLayer().AddRegion(NO_ITEM, each.keys, each.velocities);
-        state.ResumeTiming();
-        instrument.CompactLayers(MoveParamsUp::No, KeepArticulation::No);
-        state.PauseTiming();
-        left = instrument.Children().size();
-        items.reset();
-        state.ResumeTiming();
-    }
-    state.counters["layers"] = static_cast<double>(left);
+    Instrument& instrument = items.Create<Instrument>(u"Stack");
+    for (const Ranges& each : ranges)
+        instrument.AddLayer().AddRegion(NO_ITEM, each.keys, each.velocities);
 }
-BENCHMARK(BM_CompactLayers)
-    ->ArgNames({"shapes", "regions"})
-    ->ArgsProduct({benchmark::CreateDenseRange(kAnySize, kTwoSorts, 1), {10000, 100000}})
-    ->Iterations(1)
-    ->Unit(benchmark::kMillisecond);
 
-void BM_FindOrAddRegion(benchmark::State& state)
+Instrument& First(Collection& items)
 {
-    const std::vector<Ranges> ranges =
-        MakeRanges(static_cast<int>(state.range(0)), static_cast<std::size_t>(state.range(1)));
-    std::size_t layers = 0;
-    for (auto step : state) {
-        Collection items;
-        items.loading = true;
-        Instrument& instrument = items.Create<Instrument>(u"Stack");
-        for (const Ranges& each : ranges)
-            instrument.FindOrAddRegion(NO_ITEM, each.keys, each.velocities, Layer::kNoRootKey);
-        layers = instrument.Children().size();
-    }
-    state.counters["layers"] = static_cast<double>(layers);
+    return *items.All<Instrument>().begin();
 }
-BENCHMARK(BM_FindOrAddRegion)
-    ->ArgNames({"shapes", "regions"})
-    ->ArgsProduct({benchmark::CreateDenseRange(kAnySize, kTwoSorts, 1), {10000, 100000}})
-    ->Iterations(1)
-    ->Unit(benchmark::kMillisecond);
+
+void AddReadersRegions(Collection& items, const std::vector<Ranges>& ranges, bool hasTags)
+{
+    items.loading = true;
+    Instrument& instrument = items.Create<Instrument>(u"Stack");
+    int number = 0;
+    for (const Ranges& each : ranges)
+        instrument.FindOrAddRegion(NO_ITEM, each.keys, each.velocities, Layer::kNoRootKey,
+                                   hasTags ? number++ / 2 : Instrument::kNoTag);
+    items.loading = false;
+}
+
+Waveform& MakeWave(Collection& items, std::u16string_view name, std::size_t number)
+{
+    Waveform& wave = items.Create<Waveform>(name);
+    wave.frames = 1000;
+    wave.SetSourceFormat(DataFormat::Pcm16, 0);
+    wave.sourceOffset = std::uint64_t{number} * 100000;
+    wave.SetText(kTextSourcePath, u"/bank.sf2");
+    return wave;
+}
+
+/// The number as capitals and small letters: names that only differ in case.
+std::u16string InCases(std::size_t number)
+{
+    std::u16string name;
+    for (int bit = 0; bit < 17; ++bit, number >>= 1)
+        name.push_back((number & 1) != 0 ? u'X' : u'x');
+    return name;
+}
+
+void FixUp(Collection& items)
+{
+    FixUpItems(items, kPruneAll, AfterLoad::Yes, SourceHoldsStereo::No);
+}
+
+/// Something that the passes meet, made as bad as it can be for them.
+struct Adversary {
+    const char* name;
+    void (*build)(Collection& items, std::size_t count);
+    void (*run)(Collection& items, std::size_t count);
+};
+
+template <Shapes kShapes>
+void BuildStack(Collection& items, std::size_t count)
+{
+    MakeStack(items, MakeRanges(kShapes, count));
+}
+
+template <Shapes kShapes>
+void AddAsReader(Collection& items, std::size_t count)
+{
+    AddReadersRegions(items, MakeRanges(kShapes, count), false);
+}
+
+void Compact(Collection& items, std::size_t)
+{
+    First(items).CompactLayers(MoveParamsUp::No, KeepArticulation::No);
+}
+
+void FixUpAll(Collection& items, std::size_t)
+{
+    FixUp(items);
+}
+
+void Nothing(Collection&, std::size_t) {}
+
+constexpr Adversary kAdversaries[] = {
+    // What one walk over all regions takes, and one over all names: what memory alone costs more per item
+    // when
+    // there are many.
+    {"plain/touch_regions", BuildStack<kAnySize>,
+     [](Collection& items, std::size_t) {
+         for (Region& region : items.All<Region>())
+             region.startOffset = 1;
+     }},
+    {"plain/rename", BuildStack<kAnySize>,
+     [](Collection& items, std::size_t) {
+         for (Region& region : items.All<Region>())
+             region.SetName(u"a name of its own");
+     }},
+    {"compact/any_size", BuildStack<kAnySize>, Compact},
+    {"compact/around_middle", BuildStack<kAroundMiddle>, Compact},
+    {"compact/full_keys", BuildStack<kFullKeys>, Compact},
+    {"compact/small", BuildStack<kSmall>, Compact},
+    {"compact/two_sorts", BuildStack<kTwoSorts>, Compact},
+    {"compact/by_articulation",
+     [](Collection& items, std::size_t count) {
+         MakeStack(items, std::vector<Ranges>(count));
+         for (Layer& layer : items.All<Layer>())
+             layer.SetParam(kArtTuning, static_cast<float>(layer.Handle().Serial() % 1000) / 100);
+     },
+     [](Collection& items, std::size_t) {
+         First(items).CompactLayers(MoveParamsUp::Yes, KeepArticulation::Yes);
+     }},
+    {"find_or_add/any_size", Nothing, AddAsReader<kAnySize>},
+    {"find_or_add/around_middle", Nothing, AddAsReader<kAroundMiddle>},
+    {"find_or_add/full_keys", Nothing, AddAsReader<kFullKeys>},
+    {"find_or_add/small", Nothing, AddAsReader<kSmall>},
+    {"find_or_add/two_sorts", Nothing, AddAsReader<kTwoSorts>},
+    {"find_or_add/a_tag_for_two", Nothing,
+     [](Collection& items, std::size_t count) {
+         AddReadersRegions(items, MakeRanges(kAnySize, count), true);
+     }},
+    {"find_or_add/inverted", Nothing,
+     [](Collection& items, std::size_t count) {
+         std::vector<Ranges> ranges = MakeRanges(kAnySize, count);
+         for (Ranges& each : ranges)
+             std::swap(each.keys.low, each.keys.high);
+         AddReadersRegions(items, ranges, false);
+     }},
+    {"find_or_add/open_edges",
+     [](Collection& items, std::size_t count) {
+         items.loading = true;
+         Layer& layer = items.Create<Instrument>(u"Stack").AddLayer();
+         layer.trigger.Set(kParamHighKey, 60);
+         for (std::size_t i = 1; i < count / 2; ++i)
+             First(items).AddLayer().AddRegion(NO_ITEM);
+     },
+     [](Collection& items, std::size_t count) {
+         for (std::size_t i = 0; i < count / 2; ++i)
+             First(items).FindOrAddRegion(NO_ITEM, {MidiRange::kKeep, 127}, {}, Layer::kNoRootKey);
+     }},
+    {"copy_regions/any_size", BuildStack<kAnySize>,
+     [](Collection& items, std::size_t) {
+         std::vector<const Region*> regions;
+         for (const Region& region : items.All<Region>())
+             regions.push_back(&region);
+         items.Create<Instrument>(u"Target").AddRegionCopies(regions);
+     }},
+    {"clear_ranges/one_layer",
+     [](Collection& items, std::size_t count) {
+         Layer& layer = items.Create<Instrument>(u"i").AddLayer();
+         for (const Ranges& each : MakeRanges(kSmall, count))
+             layer.AddRegion(NO_ITEM, each.keys, each.velocities);
+     },
+     [](Collection& items, std::size_t) { ClearRegionRanges(items); }},
+    {"names/all_equal",
+     [](Collection& items, std::size_t count) {
+         for (std::size_t i = 0; i < count; ++i)
+             MakeWave(items, u"wave", i);
+     },
+     FixUpAll},
+    {"names/pairs_of_numbers",
+     [](Collection& items, std::size_t count) {
+         for (std::size_t i = 0; i < count; ++i)
+             MakeWave(items, Numbered(u"wave ", static_cast<unsigned>(i / 2)), i);
+     },
+     FixUpAll},
+    {"names/all_cases",
+     [](Collection& items, std::size_t count) {
+         for (std::size_t i = 0; i < count; ++i)
+             MakeWave(items, InCases(i), i);
+     },
+     FixUpAll},
+    {"fix_up/one_layer_all_overlap",
+     [](Collection& items, std::size_t count) {
+         Layer& layer = items.Create<Instrument>(u"i").AddLayer();
+         const ItemHandle wave = MakeWave(items, u"wave", 0).Handle();
+         for (const Ranges& each : MakeRanges(kAroundMiddle, count))
+             layer.AddRegion(wave, each.keys, each.velocities);
+     },
+     FixUpAll},
+    {"fix_up/layers_of_one_region",
+     [](Collection& items, std::size_t count) {
+         MakeStack(items, std::vector<Ranges>(count));
+         const ItemHandle wave = MakeWave(items, u"wave", 0).Handle();
+         for (Region& region : items.All<Region>())
+             region.SetSound(wave);
+     },
+     FixUpAll},
+    {"fix_up/one_location",
+     [](Collection& items, std::size_t count) {
+         const ItemHandle wave = MakeWave(items, u"wave", 0).Handle();
+         for (std::size_t i = 0; i < count; ++i)
+             items.Create<Instrument>(u"i").AddLayer().AddRegion(wave);
+         for (Instrument& instrument : items.All<Instrument>())
+             instrument.location.word = 5;
+     },
+     FixUpAll},
+    {"fix_up/empty_regions", BuildStack<kAnySize>, FixUpAll},
+    {"fix_up/phase_groups",
+     [](Collection& items, std::size_t count) {
+         MakeStack(items, MakeRanges(kSmall, count));
+         const ItemHandle wave = MakeWave(items, u"wave", 0).Handle();
+         std::size_t number = 0;
+         for (Region& region : items.All<Region>()) {
+             region.SetSound(wave);
+             region.phaseGroup = 1;
+             region.phaseMaster = number++ % 2 == 0;
+         }
+     },
+     FixUpAll},
+    {"stereo/lefts_then_rights",
+     [](Collection& items, std::size_t count) {
+         MakeStack(items, std::vector<Ranges>(count));
+         std::size_t number = 0;
+         for (Region& region : items.All<Region>()) {
+             region.SetSound(MakeWave(items, u"wave", number).Handle());
+             region.articulation.Set(kArtPan, number++ < count / 2 ? -1.0f : 1.0f);
+         }
+     },
+     [](Collection& items, std::size_t) { MergeStereoPairs(items, DeleteUnused::Yes); }},
+    {"stereo/all_of_one_side",
+     [](Collection& items, std::size_t count) {
+         MakeStack(items, std::vector<Ranges>(count));
+         const ItemHandle wave = MakeWave(items, u"wave", 0).Handle();
+         std::size_t number = 0;
+         for (Region& region : items.All<Region>()) {
+             region.SetSound(wave);
+             region.articulation.Set(kArtPan, number++ % 2 == 0 ? -1.0f : 1.0f);
+         }
+     },
+     [](Collection& items, std::size_t) { MergeStereoPairs(items, DeleteUnused::Yes); }},
+    {"stereo/by_names",
+     [](Collection& items, std::size_t count) {
+         MakeStack(items, std::vector<Ranges>(count));
+         std::size_t number = 0;
+         for (Region& region : items.All<Region>()) {
+             region.SetSound(MakeWave(items, number % 2 == 0 ? u"wave L" : u"wave R", number).Handle());
+             ++number;
+         }
+     },
+     [](Collection& items, std::size_t) { MergeStereoWaves(items, DeleteUnused::Yes); }},
+    {"stereo/split",
+     [](Collection& items, std::size_t count) {
+         MakeStack(items, std::vector<Ranges>(count));
+         std::size_t number = 0;
+         for (Region& region : items.All<Region>()) {
+             Waveform& wave = MakeWave(items, u"wave", number++);
+             wave.channels = 2;
+             region.SetSound(wave.Handle());
+         }
+     },
+     [](Collection& items, std::size_t) { SplitStereoToLayers(items); }},
+    {"duplicates/equal_but_the_end",
+     [](Collection& items, std::size_t count) {
+         for (std::size_t i = 0; i < count; ++i) {
+             Waveform& wave = items.Create<Waveform>(u"wave");
+             wave.frames = 64;
+             wave.AllocateSamples().back() = static_cast<float>(i / 2);
+         }
+     },
+     [](Collection& items, std::size_t) { RemoveDuplicateWaves(items); }},
+    {"merge/one_by_one", Nothing,
+     [](Collection& items, std::size_t count) {
+         CollectionMerger merger(items);
+         for (std::size_t i = 0; i < count; ++i) {
+             Collection other;
+             other.Create<Instrument>(u"i").location.word = 5;
+             merger.Merge(other);
+         }
+     }},
+    {"waves/unify_one_of_all",
+     [](Collection& items, std::size_t count) {
+         MakeStack(items, std::vector<Ranges>(count));
+         const ItemHandle wave = MakeWave(items, u"wave", 0).Handle();
+         for (Region& region : items.All<Region>()) {
+             region.SetSound(wave);
+             region.SetParam(kParamRegionRootKey, 50);
+         }
+     },
+     [](Collection& items, std::size_t) { UnifyRegionWaveSettings(items); }},
+    {"songs/join_tracks",
+     [](Collection& items, std::size_t count) {
+         Song& song = items.Create<Song>(u"song");
+         TrackBuilder builder;
+         builder.PutChannel(kNoteOn, 60, 64);
+         for (std::size_t i = 0; i < count; ++i) {
+             Track& track = items.Create<Track>(u"track");
+             track.SetData(builder.Data());
+             track.SetParent(song.Handle());
+             song.AddChild(track.Handle());
+         }
+     },
+     [](Collection& items, std::size_t) { ConvertToFormat0(*items.All<Song>().begin()); }},
+};
+
+double Milliseconds(const Adversary& adversary, std::size_t count)
+{
+    constexpr int kRuns = 3;
+    double best = 0;
+    for (int i = 0; i < kRuns; ++i) {
+        Collection items;
+        adversary.build(items, count);
+        const std::clock_t start = std::clock(); // of this process: others do not count
+        adversary.run(items, count);
+        const double taken = 1000.0 * static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
+        best = i == 0 ? taken : std::min(best, taken);
+    }
+    return best;
+}
+
+/// 10,000 items and 100,000: the ratio of the times tells how they grow, 10 for n, 12.5 for n log n.
+void MeasureGrowth(benchmark::State& state, const Adversary& adversary)
+{
+    constexpr std::size_t kSmallCount = 10000, kLargeCount = 100000;
+    for (auto step : state) {
+        const double less = Milliseconds(adversary, kSmallCount);
+        const double more = Milliseconds(adversary, kLargeCount);
+        state.SetIterationTime(more / 1000);
+        state.counters["ms_of_10000"] = less;
+        state.counters["ratio"] = more / less;
+    }
+}
 
 } // namespace
+
+int main(int argc, char** argv)
+{
+    for (const Adversary& adversary : kAdversaries)
+        benchmark::RegisterBenchmark(
+            (std::string("growth/") + adversary.name).c_str(),
+            [&adversary](benchmark::State& state) { MeasureGrowth(state, adversary); })
+            ->Iterations(1)
+            ->UseManualTime()
+            ->Unit(benchmark::kMillisecond);
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return 1;
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}
