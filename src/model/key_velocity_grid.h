@@ -85,20 +85,23 @@ public:
                 rows_[key][half] |= other.rows_[key][half] & mask[half];
     }
 
-    /// What any, and what all, of some keys have occupied.
-    struct Summary {
-        Row any{};
-        Row all{~std::uint64_t{0}, ~std::uint64_t{0}};
-    };
-    Summary Summarise(unsigned fromKey, unsigned count) const noexcept
+    /// Calls f(zone) for zones that do not overlap and make up what is occupied: runs of velocities, over as
+    /// many keys as have the same row.
+    template <class F>
+    void ForEachRectangle(F f) const
     {
-        Summary summary;
-        for (unsigned key = fromKey; key < fromKey + count; ++key)
-            for (unsigned half = 0; half < 2; ++half) {
-                summary.any[half] |= rows_[key][half];
-                summary.all[half] &= rows_[key][half];
+        for (unsigned key = 0, last; key < kSteps; key = last + 1) {
+            for (last = key; last + 1 < kSteps && rows_[last + 1] == rows_[key];)
+                ++last;
+            const MidiRange keys{static_cast<std::uint8_t>(key), static_cast<std::uint8_t>(last)};
+            const auto isSet = [&](unsigned v) { return (rows_[key][v / 64] >> v % 64 & 1) != 0; };
+            for (unsigned from = 0, to; from < kSteps; from = to + 1) {
+                for (to = from; to < kSteps && isSet(to);)
+                    ++to;
+                if (to != from)
+                    f(Zone(keys, {static_cast<std::uint8_t>(from), static_cast<std::uint8_t>(to - 1)}));
             }
-        return summary;
+        }
     }
 
 private:

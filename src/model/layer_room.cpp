@@ -4,44 +4,6 @@
 #include <bit>
 
 namespace vimbo {
-namespace {
-
-constexpr MidiRange Single(unsigned value) noexcept
-{
-    return {static_cast<std::uint8_t>(value), static_cast<std::uint8_t>(value)};
-}
-
-/// Halving the axis again and again, the first middle that lies in the range: of ranges that all overlap one
-/// another, most have it in common.
-unsigned Anchor(MidiRange range) noexcept
-{
-    unsigned middle = KeyVelocityGrid::kSteps / 2;
-    for (unsigned step = middle / 2; step != 0 && !range.Contains(middle); step /= 2)
-        middle = range.high < middle ? middle - step : middle + step;
-    return std::clamp<unsigned>(middle, range.low, range.high);
-}
-
-std::u32string PackedZones(std::span<const Zone> zones)
-{
-    std::u32string packed;
-    packed.reserve(zones.size());
-    for (const Zone& zone : zones)
-        packed.push_back(
-            static_cast<char32_t>(zone.keys.Word() | std::uint32_t{zone.velocities.Word()} << 16));
-    return packed;
-}
-
-/// What of the range whole tiles cover; an inverted range if none lies in it.
-MidiRange WholeTiles(MidiRange range, unsigned steps) noexcept
-{
-    const unsigned low = (range.low + steps - 1) / steps * steps;
-    const unsigned end = (range.high + 1u) / steps * steps;
-    if (low >= end)
-        return {1, 0};
-    return {static_cast<std::uint8_t>(low), static_cast<std::uint8_t>(end - 1)};
-}
-
-} // namespace
 
 void LayerSet::Put(std::size_t layer)
 {
@@ -69,150 +31,162 @@ std::span<const LayerSet::Word> LayerSet::From(std::size_t block) const noexcept
     return {at, words_.end()};
 }
 
-/// The tiles that lie wholly in the zone, as a zone; empty if there are none.
-Zone LayerRoom::Core(const Zone& zone) noexcept
+/// Calls f(tile, isInside, keys, velocities) for the tiles that the zone meets: whether it covers all of the
+/// tile, and what it covers, counted from the tile's first key and velocity.
+template <class F>
+void LayerRoom::ForEachTile(const Zone& zone, F f)
 {
-    return {WholeTiles(zone.keys, kTileSteps), WholeTiles(zone.velocities, kTileSteps)};
-}
-
-LayerRoom::TileWords LayerRoom::WordsFor(std::span<const Zone> zones)
-{
-    TileWords words;
-    for (const Zone& zone : zones) {
-        const Zone core = Core(zone);
-        for (unsigned k = zone.keys.low / kTileSteps; k <= zone.keys.high / kTileSteps; ++k)
-            for (unsigned v = zone.velocities.low / kTileSteps; v <= zone.velocities.high / kTileSteps; ++v) {
-                const bool isInside =
-                    core.keys.Contains(k * kTileSteps) && core.velocities.Contains(v * kTileSteps);
-                const unsigned tile = k * kTilesAcross + v;
-                words.push_back(static_cast<std::uint16_t>(isInside ? tile : kTiles + tile));
-            }
-    }
-    return words;
-}
-
-void LayerRoom::AddLayer()
-{
-    grids_.emplace_back();
-    if (grids_.size() <= kWindow)
-        return;
-    MapNewLayers(); // maps and grids go together
-    grids_.erase(grids_.begin(), grids_.begin() + LayerSet::kWordBits);
-    maps_.pop_front();
-    dropped_ += LayerSet::kWordBits;
-}
-
-bool LayerRoom::HasRoom(std::size_t layer, std::span<const Zone> zones) const noexcept
-{
-    if (layer < dropped_ || layer >= Size())
-        return false;
-    const KeyVelocityGrid& grid = grids_[layer - dropped_];
-    return std::ranges::all_of(zones, [&](const Zone& zone) { return grid.IsFree(zone); });
-}
-
-void LayerRoom::Occupy(std::size_t layer, const Zone& zone)
-{
-    if (layer < dropped_)
-        return;
-    grids_[layer - dropped_].Add(zone);
-    if (layer < mapped_)
-        MapTiles(layer, zone.keys);
-}
-
-void LayerRoom::MapTiles(std::size_t layer, MidiRange keys)
-{
-    const std::size_t index = layer - dropped_;
-    TileMap& map = maps_[index / LayerSet::kWordBits];
-    const std::uint64_t bit = std::uint64_t{1} << index % LayerSet::kWordBits;
-    for (unsigned k = keys.low / kTileSteps; k <= keys.high / kTileSteps; ++k) {
-        const KeyVelocityGrid::Summary rows = grids_[index].Summarise(k * kTileSteps, kTileSteps);
-        for (unsigned v = 0; v < kTilesAcross; ++v) {
-            const unsigned tile = k * kTilesAcross + v;
-            const unsigned half = v * kTileSteps / LayerSet::kWordBits;
-            const unsigned shift = v * kTileSteps % LayerSet::kWordBits;
-            if ((rows.any[half] >> shift & 0xFF) != 0)
-                map[tile] |= bit;
-            if ((rows.all[half] >> shift & 0xFF) == 0xFF)
-                map[kTiles + tile] |= bit;
+    const auto part = [](MidiRange range, unsigned tile) {
+        const unsigned first = tile * kTileSteps;
+        const unsigned low = std::max<unsigned>(range.low, first) - first;
+        const unsigned high = std::min<unsigned>(range.high, first + kTileSteps - 1) - first;
+        return MidiRange{static_cast<std::uint8_t>(low), static_cast<std::uint8_t>(high)};
+    };
+    for (unsigned k = zone.keys.low / kTileSteps; k <= zone.keys.high / kTileSteps; ++k) {
+        const MidiRange keys = part(zone.keys, k);
+        for (unsigned v = zone.velocities.low / kTileSteps; v <= zone.velocities.high / kTileSteps; ++v) {
+            const MidiRange velocities = part(zone.velocities, v);
+            const bool isInside = keys.Width() == kTileSteps && velocities.Width() == kTileSteps;
+            if (!f(k * kTilesAcross + v, isInside, keys, velocities))
+                return;
         }
     }
 }
 
-void LayerRoom::MapNewLayers()
+/// The candidates that have room for the zone.
+std::uint64_t LayerRoom::WithRoom(const Block& block, const Zone& zone, std::uint64_t candidates) noexcept
 {
-    maps_.resize((grids_.size() + LayerSet::kWordBits - 1) / LayerSet::kWordBits);
-    for (; mapped_ < Size(); ++mapped_)
-        MapTiles(mapped_, MidiRange{});
+    // The words of tiles first, that in the middle ahead: mostly it leaves no candidate.
+    const auto middle = [](MidiRange range) {
+        const unsigned low = (range.low + kTileSteps - 1) / kTileSteps, end = (range.high + 1u) / kTileSteps;
+        return low < end ? (low + end) / 2 : kTilesAcross;
+    };
+    if (const unsigned k = middle(zone.keys), v = middle(zone.velocities); std::max(k, v) < kTilesAcross)
+        candidates &= ~block.any[k * kTilesAcross + v];
+    if (candidates == 0)
+        return 0;
+    ForEachTile(zone, [&](unsigned tile, bool isInside, MidiRange, MidiRange) {
+        candidates &= ~(isInside ? block.any[tile] : block.full[tile]);
+        return candidates != 0;
+    });
+    if (candidates == 0)
+        return 0;
+    ForEachTile(zone, [&](unsigned tile, bool isInside, MidiRange keys, MidiRange velocities) {
+        if (isInside || (block.any[tile] & candidates) == 0)
+            return true;
+        std::uint64_t taken = 0;
+        const std::uint64_t* const places = &block.places[std::size_t{tile} * kTilePlaces];
+        for (unsigned key = keys.low; key <= keys.high; ++key)
+            for (unsigned velocity = velocities.low; velocity <= velocities.high; ++velocity)
+                taken |= places[key * kTileSteps + velocity];
+        candidates &= ~taken;
+        return candidates != 0;
+    });
+    return candidates;
 }
 
-/// The first layer with room among the candidates of one block of 64, a bit each.
-std::size_t LayerRoom::SearchBlock(std::size_t block, std::uint64_t candidates, const TileWords& words,
-                                   std::span<const Zone> zones) const
+void LayerRoom::Put(Block& block, std::uint64_t bit, const Zone& zone) noexcept
 {
-    if (const std::size_t map = block - dropped_ / LayerSet::kWordBits; map < maps_.size())
-        for (std::size_t i = 0; i < words.size() && candidates != 0; ++i)
-            candidates &= ~maps_[map][words[i]]; // layers that are not mapped yet have no bit there
-    for (; candidates != 0; candidates &= candidates - 1) {
-        const std::size_t layer =
-            block * LayerSet::kWordBits + static_cast<std::size_t>(std::countr_zero(candidates));
-        if (HasRoom(layer, zones))
-            return layer;
+    ForEachTile(zone, [&](unsigned tile, bool isInside, MidiRange keys, MidiRange velocities) {
+        block.any[tile] |= bit;
+        if (isInside) {
+            block.full[tile] |= bit;
+            return true;
+        }
+        std::uint64_t* const places = &block.places[std::size_t{tile} * kTilePlaces];
+        for (unsigned key = keys.low; key <= keys.high; ++key)
+            for (unsigned velocity = velocities.low; velocity <= velocities.high; ++velocity)
+                places[key * kTileSteps + velocity] |= bit;
+        return true;
+    });
+}
+
+void LayerRoom::MoveToBlocks()
+{
+    blocks_.push_back(std::make_unique<Block>());
+    for (std::size_t layer = 0; layer < few_.size(); ++layer) {
+        const std::uint64_t bit = std::uint64_t{1} << layer;
+        few_[layer].ForEachRectangle([&](const Zone& zone) { Put(*blocks_.back(), bit, zone); });
     }
-    return kNone;
+    few_ = {};
 }
 
-/// From a layer of the window on.
-std::size_t LayerRoom::Search(std::span<const Zone> zones, std::size_t from) const
+void LayerRoom::AddLayer()
 {
-    const TileWords words = from < mapped_ ? WordsFor(zones) : TileWords();
-    for (std::size_t first = from; first < Size();) {
-        const std::size_t found = SearchBlock(first / LayerSet::kWordBits,
-                                              ~std::uint64_t{0} << first % LayerSet::kWordBits, words, zones);
-        if (found != kNone)
-            return found;
-        first = (first / LayerSet::kWordBits + 1) * LayerSet::kWordBits;
+    if (size_ < kFew) {
+        few_.emplace_back();
+    } else {
+        if (size_ == kFew)
+            MoveToBlocks();
+        if (size_ % LayerSet::kWordBits == 0)
+            blocks_.push_back(std::make_unique<Block>());
     }
-    return kNone;
+    ++size_;
+    if (size_ - dropped_ > kWindow) {
+        blocks_.pop_front();
+        dropped_ += LayerSet::kWordBits;
+    }
 }
 
-/// The first layer with room, known from now on as the place where the next search for these zones begins.
-std::size_t LayerRoom::Advance(std::span<const Zone> zones, std::size_t from)
+void LayerRoom::Occupy(std::size_t layer, const Zone& zone)
 {
-    std::size_t& open = firstOpen_[PackedZones(zones)];
-    open = std::min(Search(zones, std::max({open, from, dropped_})), Size());
-    return open;
+    if (layer < few_.size())
+        few_[layer].Add(zone);
+    else if (few_.empty() && layer >= dropped_)
+        Put(*blocks_[(layer - dropped_) / LayerSet::kWordBits],
+            std::uint64_t{1} << layer % LayerSet::kWordBits, zone);
 }
 
-std::size_t LayerRoom::FirstFree(std::span<const Zone> zones, std::size_t from)
+std::uint64_t LayerRoom::FreeOf(std::size_t block, std::span<const Zone> zones,
+                                std::uint64_t candidates) const noexcept
+{
+    const std::size_t first = block * LayerSet::kWordBits;
+    if (first < dropped_ || first >= size_)
+        return 0;
+    if (size_ - first < LayerSet::kWordBits)
+        candidates &= ~(~std::uint64_t{0} << (size_ - first));
+    if (!few_.empty()) {
+        for (std::uint64_t left = candidates; left != 0; left &= left - 1) {
+            const KeyVelocityGrid& grid = few_[static_cast<std::size_t>(std::countr_zero(left))];
+            if (!std::ranges::all_of(zones, [&](const Zone& zone) { return grid.IsFree(zone); }))
+                candidates &= ~(left & (~left + 1));
+        }
+        return candidates;
+    }
+    for (const Zone& zone : zones)
+        if (candidates != 0)
+            candidates = WithRoom(*blocks_[(first - dropped_) / LayerSet::kWordBits], zone, candidates);
+    return candidates;
+}
+
+std::size_t LayerRoom::FirstFree(std::span<const Zone> zones, std::size_t from) const noexcept
 {
     from = std::max(from, dropped_);
-    if (grids_.size() <= kFew)
-        return Search(zones, from);
-    MapNewLayers();
-    std::size_t first = 0;
-    const auto raise = [&](const Zone& part) { first = std::max(first, Advance({&part, 1}, 0)); };
-    for (const Zone& zone : zones) {
-        raise({Single(Anchor(zone.keys)), Single(Anchor(zone.velocities))});
-        if (const Zone core = Core(zone); core.keys.Width() != 0 && core.velocities.Width() != 0)
-            raise(core);
+    if (!few_.empty()) { // no more layers than needed
+        for (std::size_t layer = from; layer < few_.size(); ++layer)
+            if (std::ranges::all_of(zones, [&](const Zone& zone) { return few_[layer].IsFree(zone); }))
+                return layer;
+        return kNone;
     }
-    first = Advance(zones, first);
-    if (first < from)
-        first = Search(zones, from);
-    return first < Size() ? first : kNone;
+    std::uint64_t candidates = ~std::uint64_t{0} << from % LayerSet::kWordBits;
+    for (std::size_t block = from / LayerSet::kWordBits; block * LayerSet::kWordBits < size_; ++block) {
+        if (const std::uint64_t free = FreeOf(block, zones, candidates))
+            return block * LayerSet::kWordBits + static_cast<std::size_t>(std::countr_zero(free));
+        candidates = ~std::uint64_t{0};
+    }
+    return kNone;
 }
 
 std::size_t LayerRoom::FirstFreeAmong(const LayerSet& set, std::span<const Zone> zones,
-                                      std::size_t from) const
+                                      std::size_t from) const noexcept
 {
     from = std::max(from, dropped_);
-    const TileWords words = from < mapped_ ? WordsFor(zones) : TileWords();
     const std::size_t start = from / LayerSet::kWordBits;
     for (const LayerSet::Word& word : set.From(start)) {
         const std::uint64_t candidates =
             word.block == start ? word.bits & ~std::uint64_t{0} << from % LayerSet::kWordBits : word.bits;
-        if (const std::size_t found = SearchBlock(word.block, candidates, words, zones); found != kNone)
-            return found;
+        if (const std::uint64_t free = FreeOf(word.block, zones, candidates))
+            return word.block * LayerSet::kWordBits + static_cast<std::size_t>(std::countr_zero(free));
     }
     return kNone;
 }

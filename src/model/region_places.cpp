@@ -87,19 +87,24 @@ std::size_t RegionPlaces::FindIndex(const Zone& zone, std::uint32_t tagWord)
     return split != LayerRoom::kNone ? split : first;
 }
 
-/// The zone is another one in each layer: they are gone through one by one.
+/// The zone is another one in each layer, if the layers' own ranges differ: they are gone through one by one.
 std::size_t RegionPlaces::FindBetweenOpenEdges(MidiRange keys, MidiRange velocities,
                                                std::uint32_t tagWord) const
 {
     std::size_t found = LayerRoom::kNone;
+    std::optional<Zone> zone;
+    std::uint64_t free = 0; ///< for that zone, of the layers of one block
     for (std::size_t i = room_.WindowStart(); i < layers_.size(); ++i) {
         const Known& known = layers_[i];
-        if (tagWord != 0 && known.tagWord != tagWord)
+        const Zone here = ZoneIn(keys, velocities, known.keys, known.velocities);
+        if (!zone || i % LayerSet::kWordBits == 0 || here.keys != zone->keys ||
+            here.velocities != zone->velocities) {
+            zone = here;
+            free = room_.FreeOf(i / LayerSet::kWordBits, {&here, 1}, ~std::uint64_t{0});
+        }
+        if ((tagWord != 0 && known.tagWord != tagWord) || (free >> i % LayerSet::kWordBits & 1) == 0)
             continue;
-        const Zone zone = ZoneIn(keys, velocities, known.keys, known.velocities);
-        if (!room_.HasRoom(i, {&zone, 1}))
-            continue;
-        const bool continuesSplit = known.lastVelocities == zone.velocities.Word();
+        const bool continuesSplit = known.lastVelocities == here.velocities.Word();
         if (found == LayerRoom::kNone || continuesSplit)
             found = i;
         if (continuesSplit || tagWord != 0)
