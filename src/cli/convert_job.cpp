@@ -13,6 +13,7 @@
 #include "formats/save_all.h"
 #include "model/fix_up.h"
 #include "model/instrument.h"
+#include "model/merge.h"
 #include "model/song.h"
 
 #include <exception>
@@ -76,6 +77,7 @@ bool Load(const PlannedJob& job, const ConvertRun& run, Collection& collection)
 bool LoadMerged(const PlannedJob& job, const ConvertRun& run, Collection& collection)
 {
     std::vector<std::size_t> fileStarts;
+    CollectionMerger merger(collection);
     for (const InputFile& file : job.merged) {
         Collection loaded;
         loaded.SetHost(collection.GetHost());
@@ -85,7 +87,7 @@ bool LoadMerged(const PlannedJob& job, const ConvertRun& run, Collection& collec
         if (!Load(one, run, loaded))
             return Fail(PathToWide(file.path.native()) + u": " + std::u16string(LastError()));
         fileStarts.push_back(collection.CountOf(ItemKind::Waveform));
-        collection.Merge(loaded);
+        merger.Merge(loaded);
     }
     if (!job.merged.empty()) {
         FinishMerge(collection, fileStarts, Unplayed::Drop); // sample files of texts may be inputs themselves
