@@ -76,7 +76,7 @@ bool Load(const PlannedJob& job, const ConvertRun& run, Collection& collection)
 /// Reads the other files of a job that has several. A failed one is named in the Last error text.
 bool LoadMerged(const PlannedJob& job, const ConvertRun& run, Collection& collection)
 {
-    std::vector<std::size_t> fileStarts;
+    std::vector<FileStart> files;
     CollectionMerger merger(collection);
     for (const InputFile& file : job.merged) {
         Collection loaded;
@@ -86,11 +86,11 @@ bool LoadMerged(const PlannedJob& job, const ConvertRun& run, Collection& collec
             return Fail(u"Cancelled");
         if (!Load(one, run, loaded))
             return Fail(PathToWide(file.path.native()) + u": " + std::u16string(LastError()));
-        fileStarts.push_back(collection.CountOf(ItemKind::Waveform));
+        files.push_back({collection.CountOf(ItemKind::Waveform)});
         merger.Merge(loaded);
     }
     if (!job.merged.empty()) {
-        FinishMerge(collection, fileStarts, Unplayed::Drop); // sample files of texts may be inputs themselves
+        FinishMerge(collection, files, Unplayed::Drop); // sample files of texts may be inputs themselves
         collection.SetName(PathToWide(job.output.stem().native()));
     }
     return true;

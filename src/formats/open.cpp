@@ -98,26 +98,26 @@ public:
         target_.SetImportProcedures(AllImportProcedures());
         const std::size_t before = target_.CountOf(ItemKind::Waveform);
         merger_.Merge(loaded);
-        if (!isSingleWave) { // what comes alone stays, until a bank comes behind it
-            fileStarts_.push_back(before);
+        // What comes alone stays, until a bank comes behind it.
+        files_.push_back({before, isSingleWave ? MayLeave::No : MayLeave::Yes});
+        if (!isSingleWave)
             mayBeDouble_ = target_.CountOf(ItemKind::Waveform);
-        }
         return true;
     }
     /// To be called behind the last file.
     void Finish()
     {
         if (mayBeDouble_ != 0)
-            FinishMerge(target_, fileStarts_, Unplayed::Keep, mayBeDouble_);
-        fileStarts_.clear();
+            FinishMerge(target_, files_, Unplayed::Keep, mayBeDouble_);
+        files_.clear();
         mayBeDouble_ = 0;
     }
 
 private:
     Collection& target_;
     CollectionMerger merger_;
-    std::vector<std::size_t> fileStarts_; ///< of files that did not come as a waveform alone
-    std::size_t mayBeDouble_ = 0;         ///< waveforms from the first one on
+    std::vector<FileStart> files_;
+    std::size_t mayBeDouble_ = 0; ///< waveforms from the first one on
 };
 
 /// Gives samples to the waveforms of one collection, file after file.
@@ -264,12 +264,12 @@ bool MergeFile(Collection& collection, std::u16string_view path)
     return true;
 }
 
-void FinishMerge(Collection& collection, std::span<const std::size_t> fileStarts, Unplayed unplayed,
+void FinishMerge(Collection& collection, std::span<const FileStart> files, Unplayed unplayed,
                  std::size_t count)
 {
     if (!collection.loadOptions.autoRemoveDupWaves)
         return;
-    const std::size_t shared = ShareSources(collection, fileStarts, unplayed, count);
+    const std::size_t shared = ShareSources(collection, files, unplayed);
     RemoveDuplicateWaves(collection, count - shared);
 }
 

@@ -32,7 +32,8 @@ int DetectFormat(std::u16string_view path, FileObject& file, int& confidence);
 /// After items of several files came together: a sample that several of them refer to is kept once, likewise
 /// waveforms that are equal, if the load options say so.
 /// The parameters are those of ShareSources.
-void FinishMerge(Collection& collection, std::span<const std::size_t> fileStarts, Unplayed unplayed,
+/// @param count  equal waveforms are looked for among the first ones
+void FinishMerge(Collection& collection, std::span<const FileStart> files, Unplayed unplayed,
                  std::size_t count = std::numeric_limits<std::size_t>::max());
 /// Gives the samples and loops of the file's waveforms to waveforms of the same names.
 /// @param replaced number of waveforms that got new samples

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <bit>
 #include <compare>
+#include <limits>
 #include <map>
 #include <set>
 #include <tuple>
@@ -66,6 +67,12 @@ auto Numbers(const Waveform& wave) noexcept
                       Bits(double{wave.loop.pitch}), Bits(wave.loop.start), Bits(wave.loop.end));
 }
 
+bool HasLessMarkers(const Waveform& a, const Waveform& b)
+{
+    const auto marker = [](const Marker& m) { return std::tie(m.position, m.isRange, m.end, m.name); };
+    return std::ranges::lexicographical_compare(a.markers, b.markers, {}, marker, marker);
+}
+
 /// Any order of waveforms by all that must agree beside the samples: by the hashes of that, and of equal
 /// hashes by all of it, as a file may be made so that all hashes are equal.
 struct DescriptionOrder {
@@ -79,8 +86,7 @@ struct DescriptionOrder {
             return order < 0;
         if (const int order = CompareNoCase(one.GetName(), other.GetName()); order != 0)
             return order < 0;
-        const auto marker = [](const Marker& m) { return std::tie(m.position, m.isRange, m.end, m.name); };
-        return std::ranges::lexicographical_compare(one.markers, other.markers, {}, marker, marker);
+        return HasLessMarkers(one, other);
     }
 };
 
@@ -228,31 +234,6 @@ private:
     std::set<SampleOrder::Key, SampleOrder> others_;
 };
 
-/// Of what HasSameSource compares, as far as it is cheap.
-std::uint64_t SourceHash(const SampleSource& source)
-{
-    std::uint64_t hash = kHashStart;
-    for (const char16_t unit : source.path)
-        Mix(hash, std::uint32_t{unit});
-    Mix(hash, static_cast<std::uint32_t>(source.offset));
-    Mix(hash, source.frames);
-    return hash;
-}
-
-/// The samples themselves.
-bool AreSameSamples(const Waveform& a, const Waveform& b)
-{
-    return a.frames == b.frames && a.channels == b.channels && a.rateHz == b.rateHz && a.bits == b.bits &&
-           HasSameSource(a, b);
-}
-
-/// True if a region that plays one can play the other, with root key and loop of its own.
-bool CanStandFor(const Waveform& a, const Waveform& b)
-{
-    const auto same = [](const Marker& one, const Marker& other) { return one.SameAs(other); };
-    return a.fineTune == b.fineTune && a.volume == b.volume && std::ranges::equal(a.markers, b.markers, same);
-}
-
 /// Handles of the waveforms that something plays.
 std::unordered_set<ItemHandle, ItemHandleHash> PlayedWaves(const Collection& collection)
 {
@@ -297,46 +278,136 @@ void Replace(Collection& collection, const Replacements& replacements)
     }
 }
 
+/// The samples themselves: what HasSameSource compares, and how they are stored.
+struct SourceKey {
+    const ImportProcedure* importProc;
+    SampleSource source;
+    std::uint32_t frames, rateHz;
+    std::uint8_t channels, bits;
+    friend auto operator<=>(const SourceKey&, const SourceKey&) = default;
+};
+
+/// Any order of waveforms by what must agree if a region that plays one is to play the other, with root key
+/// and loop of its own.
+struct StandInOrder {
+    bool operator()(const Waveform* a, const Waveform* b) const
+    {
+        const auto numbers = [](const Waveform* wave) {
+            return std::tuple(wave->fineTune, Bits(double{wave->volume}));
+        };
+        if (const auto order = numbers(a) <=> numbers(b); order != 0)
+            return order < 0;
+        return HasLessMarkers(*a, *b);
+    }
+};
+
+/// Numbers of waveforms; those that come with one file are no candidates for each other.
+class Candidates {
+public:
+    static constexpr std::size_t kNone = std::numeric_limits<std::size_t>::max();
+
+    /// @param file  that or a later one than in earlier calls
+    void Add(std::size_t number, std::size_t file)
+    {
+        GoTo(file);
+        ofFile_.push_back(number);
+    }
+    std::size_t FirstBefore(std::size_t file)
+    {
+        GoTo(file);
+        return earlier_.empty() ? kNone : *earlier_.begin();
+    }
+    /// One of an earlier file comes with this one now.
+    void Move(std::size_t number, std::size_t file)
+    {
+        Leave(number, file);
+        Add(number, file);
+    }
+    void Leave(std::size_t number, std::size_t file)
+    {
+        GoTo(file);
+        earlier_.erase(number);
+    }
+
+private:
+    void GoTo(std::size_t file)
+    {
+        if (file == file_)
+            return;
+        earlier_.insert(ofFile_.begin(), ofFile_.end());
+        ofFile_.clear();
+        file_ = file;
+    }
+
+    std::set<std::size_t> earlier_;
+    std::vector<std::size_t> ofFile_; ///< that came with `file_`
+    std::size_t file_ = 0;
+};
+
+/// Finds for each waveform an earlier one of another file that can take its place, or be replaced by it.
+class SourceSharing {
+public:
+    void Add(Waveform& wave, bool isPlayed, std::size_t file, bool mayLeave, Replacements& replacements)
+    {
+        SourceKey key{wave.importProc, {}, wave.frames, wave.rateHz, wave.channels, wave.bits};
+        if (wave.frames == 0 || !DescribeSource(wave, key.source))
+            return;
+        SameSource& same = sources_[std::move(key)];
+        std::size_t number = mayLeave ? same.Find(wave, isPlayed, file) : Candidates::kNone;
+        if (number == Candidates::kNone) {
+            number = kept_.size();
+            kept_.push_back({&wave, isPlayed});
+            same.all.Add(number, file);
+            (isPlayed ? same.played[&wave] : same.unplayed).Add(number, file);
+            return;
+        }
+        Kept& earlier = kept_[number];
+        if (earlier.isPlayed || !isPlayed) {
+            replacements.emplace(wave.Handle(), earlier.wave->Handle());
+            return;
+        }
+        replacements.emplace(earlier.wave->Handle(), wave.Handle());
+        earlier = {&wave, true};
+        same.all.Move(number, file);
+        same.unplayed.Leave(number, file);
+        same.played[&wave].Add(number, file);
+    }
+
+private:
+    struct Kept {
+        Waveform* wave;
+        bool isPlayed;
+    };
+    struct SameSource {
+        /// What nothing plays goes with any other; two that are played must be able to stand for each other.
+        std::size_t Find(const Waveform& wave, bool isPlayed, std::size_t file)
+        {
+            return isPlayed ? std::min(unplayed.FirstBefore(file), played[&wave].FirstBefore(file))
+                            : all.FirstBefore(file);
+        }
+        Candidates all, unplayed;
+        std::map<const Waveform*, Candidates, StandInOrder> played;
+    };
+
+    std::map<SourceKey, SameSource> sources_;
+    std::vector<Kept> kept_;
+};
+
 } // namespace
 
-std::size_t ShareSources(Collection& collection, std::span<const std::size_t> fileStarts, Unplayed unplayed,
-                         std::size_t count)
+std::size_t ShareSources(Collection& collection, std::span<const FileStart> files, Unplayed unplayed)
 {
-    struct Entry {
-        Waveform* wave;
-        std::size_t file;
-    };
     const auto played = PlayedWaves(collection);
-    const auto isPlayed = [&](const Waveform& wave) {
-        return unplayed == Unplayed::Keep || played.contains(wave.Handle());
-    };
-    std::unordered_multimap<std::uint64_t, Entry> bySource;
+    SourceSharing sharing;
     Replacements replacements;
-    SampleSource source;
-    std::size_t number = 0, file = 0;
-    for (Waveform* wave : collection.List<Waveform>()) {
-        if (number == count)
-            break;
-        while (file < fileStarts.size() && fileStarts[file] <= number)
+    std::size_t number = 0, file = 0; // of the file: how many have started
+    for (Waveform& wave : collection.All<Waveform>()) {
+        while (file < files.size() && files[file].firstWave <= number)
             ++file;
         ++number;
-        if (wave->frames == 0 || !DescribeSource(*wave, source))
-            continue;
-        const std::uint64_t hash = SourceHash(source);
-        const auto [from, to] = bySource.equal_range(hash);
-        const auto found = std::find_if(from, to, [&](const auto& entry) {
-            const Waveform& earlier = *entry.second.wave;
-            return entry.second.file != file && AreSameSamples(earlier, *wave) &&
-                   (!isPlayed(*wave) || !isPlayed(earlier) || CanStandFor(earlier, *wave));
-        });
-        if (found == to) {
-            bySource.emplace(hash, Entry{wave, file});
-        } else if (isPlayed(*found->second.wave) || !isPlayed(*wave)) {
-            replacements.emplace(wave->Handle(), found->second.wave->Handle());
-        } else {
-            replacements.emplace(found->second.wave->Handle(), wave->Handle());
-            found->second = {wave, file};
-        }
+        const bool isPlayed = unplayed == Unplayed::Keep || played.contains(wave.Handle());
+        const bool mayLeave = file != 0 && files[file - 1].leaves == MayLeave::Yes;
+        sharing.Add(wave, isPlayed, file, mayLeave, replacements);
     }
     // Synthesis models take root key and loop from the waveform alone.
     for (const SynthModel& model : collection.All<SynthModel>()) {

@@ -4,6 +4,8 @@
 
 #include "model/waveform.h"
 
+#include <compare>
+
 namespace vimbo {
 
 /// Where a waveform's samples lie and how they are fetched, without the waveform.
@@ -23,7 +25,7 @@ struct SampleSource {
     std::uint8_t tag = 0;
     std::uint8_t channel = kAllChannels; ///< the one channel of a stereo source that is taken, if not all
     std::u16string path;
-    friend bool operator==(const SampleSource&, const SampleSource&) = default;
+    friend auto operator<=>(const SampleSource&, const SampleSource&) = default;
 };
 
 /// What kPairImport and kChannelImport read. Each part gives one channel: it is a mono source or takes one

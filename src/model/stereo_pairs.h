@@ -66,15 +66,20 @@ std::size_t RemoveDuplicateWaves(Collection& collection,
                                  std::size_t count = std::numeric_limits<std::size_t>::max());
 
 enum class Unplayed : bool { Keep, Drop };
+enum class MayLeave : bool { No, Yes };
+/// Where the waveforms of one of several files start.
+struct FileStart {
+    std::size_t firstWave;           ///< its number among all waveforms
+    MayLeave leaves = MayLeave::Yes; ///< No: what this file brought stays, also if an earlier one has it
+};
 /// For items of several files that came together: deletes waveforms whose samples are read from the very
 /// place that one of another file has them from; names do not count. Regions play the earlier one, with root
 /// key and loop of their own where these differ. Tuning, level and markers must agree. Nothing is read.
-/// @param fileStarts  numbers of the first waveforms of all files but the first, ascending
+/// Takes O(n log n) time for n waveforms.
+/// @param files  all but the first, which starts at 0; in their order
 /// @param unplayed  Drop: of a waveform that nothing plays only the samples count, and it is the one that
 /// goes
-/// @param count  only the first ones are looked at
 /// @return the number of waveforms deleted
-std::size_t ShareSources(Collection& collection, std::span<const std::size_t> fileStarts, Unplayed unplayed,
-                         std::size_t count = std::numeric_limits<std::size_t>::max());
+std::size_t ShareSources(Collection& collection, std::span<const FileStart> files, Unplayed unplayed);
 
 } // namespace vimbo

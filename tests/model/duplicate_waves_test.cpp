@@ -5,6 +5,8 @@
 #include "test_files.h"
 
 #include <functional>
+#include <map>
+#include <random>
 
 namespace vimbo {
 namespace {
@@ -113,6 +115,77 @@ TEST(RemoveDuplicateWaves, ManyOfOneNameAndDerivedSources)
     EXPECT_EQ(RemoveDuplicateWaves(bank.items), 0u);
     for (const Waveform& wave : bank.items.All<Waveform>())
         EXPECT_FALSE(wave.HasBlock());
+}
+
+/// Waveforms of several files at random; which ones stay, and what is played then, by a search of all earlier
+/// ones for each.
+TEST(ShareSources, AgreesWithThePlainSearch)
+{
+    struct Known {
+        std::size_t file;
+        std::uint64_t offset;
+        std::int8_t tune;
+        bool isPlayed;
+        const Region* region;
+    };
+    std::mt19937 random(7);
+    const auto below = [&random](unsigned count) { return random() % count; };
+    std::size_t gone = 0;
+    for (unsigned round = 0; round < 60; ++round) {
+        const Unplayed unplayed = round % 2 == 0 ? Unplayed::Keep : Unplayed::Drop;
+        Collection items;
+        std::vector<FileStart> files{{0, MayLeave::No}};
+        std::vector<Known> known;
+        for (unsigned i = 0; i < 30; ++i) {
+            if (below(5) == 0)
+                files.push_back({i, below(4) == 0 ? MayLeave::No : MayLeave::Yes});
+            Waveform& wave = items.Create<Waveform>(u"w");
+            wave.SetSourceFormat(DataFormat::Pcm16, 0);
+            wave.SetText(kTextSourcePath, u"/bank");
+            wave.sourceOffset = below(3);
+            wave.fineTune = static_cast<std::int8_t>(below(2));
+            wave.frames = 100;
+            wave.rootKey = static_cast<std::uint8_t>(i);
+            const bool hasRegion = below(2) == 0;
+            const Region* region =
+                hasRegion ? AddInstrument(items, 1, 1, wave).Layers()[0]->Regions()[0] : nullptr;
+            known.push_back({files.size() - 1, wave.sourceOffset, wave.fineTune,
+                             hasRegion || unplayed == Unplayed::Keep, region});
+        }
+
+        std::vector<std::size_t> kept;
+        std::map<std::size_t, std::size_t> standIns;
+        for (std::size_t i = 0; i < known.size(); ++i) {
+            const Known& wave = known[i];
+            const auto found = std::ranges::find_if(kept, [&](std::size_t k) {
+                return files[wave.file].leaves == MayLeave::Yes && known[k].file != wave.file &&
+                       known[k].offset == wave.offset &&
+                       (!wave.isPlayed || !known[k].isPlayed || known[k].tune == wave.tune);
+            });
+            if (found == kept.end()) {
+                kept.push_back(i);
+            } else if (known[*found].isPlayed || !wave.isPlayed) {
+                standIns[i] = *found;
+            } else {
+                standIns[*found] = i;
+                *found = i;
+            }
+        }
+        std::ranges::sort(kept);
+
+        EXPECT_EQ(ShareSources(items, std::span(files).subspan(1), unplayed), standIns.size());
+        std::vector<std::size_t> left;
+        for (const Waveform& wave : items.All<Waveform>())
+            left.push_back(wave.rootKey);
+        EXPECT_EQ(left, kept);
+        for (std::size_t i = 0; i < known.size(); ++i)
+            if (known[i].region != nullptr) {
+                EXPECT_EQ(known[i].region->Wave()->rootKey, standIns.contains(i) ? standIns[i] : i);
+                EXPECT_EQ(known[i].region->EffectiveRootKey(), i) << "its own, whatever it plays";
+            }
+        gone += standIns.size();
+    }
+    EXPECT_GT(gone, 300u);
 }
 
 } // namespace
