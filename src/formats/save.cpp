@@ -15,6 +15,8 @@
 #include <filesystem>
 #include <fmt/format.h>
 #include <new>
+#include <optional>
+#include <sys/stat.h>
 #include <unordered_map>
 
 namespace vimbo {
@@ -220,34 +222,8 @@ private:
     std::vector<ItemHandle> temporary_;
 };
 
-bool IsSameFile(const std::filesystem::path& a, const std::filesystem::path& b)
-{
-    std::error_code error;
-    return std::filesystem::equivalent(a, b, error) && !error;
-}
-
-/// Which of a collection's source files is the one given; each is looked at once.
-class SourceFinder {
-public:
-    explicit SourceFinder(std::u16string_view path) : target_(WideToPath(path)) {}
-    bool LiesThere(const Waveform& wave)
-    {
-        const std::vector<std::u16string> files = SourceFiles(wave);
-        return std::any_of(files.begin(), files.end(), [this](const std::u16string& file) {
-            const auto [known, isNew] = known_.try_emplace(file, false);
-            if (isNew)
-                known->second = IsSameFile(WideToPath(file), target_);
-            return known->second;
-        });
-    }
-
-private:
-    std::filesystem::path target_;
-    std::unordered_map<std::u16string, bool> known_;
-};
-
 bool Write(Item& root, const FormatRow& row, std::u16string_view path, FormatChoice choice,
-           Collection* keepsSamples)
+           const SaveOptions& options, Collection& owner)
 {
     Host& host = root.Owner().GetHost();
     const SavingScope saving(root.Owner());
@@ -257,8 +233,12 @@ bool Write(Item& root, const FormatRow& row, std::u16string_view path, FormatCho
     host.SetStatus(std::u16string(u"Writing: ").append(path));
     if (!WriteThroughRow(row, root, file.File(), choice))
         return false;
-    if (keepsSamples != nullptr && !DetachFromFile(*keepsSamples, file.File().Path()))
-        return false;
+    if (!options.lastUse) {
+        const std::u16string_view replaced = file.File().Path();
+        if (options.keeper != nullptr ? !options.keeper->DetachFrom(replaced, owner)
+                                      : !SampleKeeper(owner).DetachFrom(replaced))
+            return false;
+    }
     return file.Commit() || Fail(u"Couldn't write to file!");
 }
 
@@ -284,7 +264,7 @@ bool SaveSteps(Item& item, const FormatRow& row, std::u16string_view path, Forma
     if (plan.ChangesItems() && !options.lastUse && !options.isPrivateCopy)
         prepared.WorkOnCopy();
     return prepared.Prepare(plan, options.services) &&
-           Write(prepared.Get(), row, path, choice, options.lastUse ? nullptr : &owner);
+           Write(prepared.Get(), row, path, choice, options, owner);
 }
 
 std::string SizeText(std::u16string_view path)
@@ -372,19 +352,68 @@ std::uint8_t SavePruneMask(ItemKind kind) noexcept
     return static_cast<std::uint8_t>(((1u << written) - 1) & kPruneAll);
 }
 
-bool DetachFromFile(Collection& collection, std::u16string_view path)
+bool SampleKeeper::Identify(std::u16string_view path, FileId& id)
 {
-    if (std::error_code error; !std::filesystem::exists(WideToPath(path), error))
-        return true;
-    SourceFinder finder(path);
-    for (Waveform& wave : collection.All<Waveform>()) {
-        if (wave.importProc == nullptr || wave.frames == 0 || !finder.LiesThere(wave))
+    struct stat info {};
+    if (::stat(WideToPath(path).c_str(), &info) != 0)
+        return false;
+    id = {info.st_dev, info.st_ino};
+    return true;
+}
+
+void SampleKeeper::FindSources()
+{
+    std::unordered_map<std::u16string, std::optional<FileId>> files; // each is looked at once
+    for (const Waveform& wave : collection_.All<Waveform>()) {
+        if (wave.importProc == nullptr || wave.frames == 0)
             continue;
-        collection.GetHost().SetStatus(u"Reading waveforms...");
-        if (wave.LockSamplesForWrite().empty())
+        for (const std::u16string& file : SourceFiles(wave)) {
+            const auto [known, isNew] = files.try_emplace(file);
+            if (FileId id; isNew && Identify(file, id))
+                known->second = id;
+            if (known->second)
+                wavesIn_[*known->second].push_back(wave.Handle());
+        }
+    }
+    isKnown_ = true;
+}
+
+SampleKeeper::Waves::const_iterator SampleKeeper::WavesIn(std::u16string_view path)
+{
+    FileId id;
+    if (!Identify(path, id))
+        return wavesIn_.end();
+    if (!isKnown_)
+        FindSources();
+    return wavesIn_.find(id);
+}
+
+bool SampleKeeper::Detach(Waves::const_iterator file)
+{
+    for (const ItemHandle handle : file->second) {
+        auto* wave = static_cast<Waveform*>(collection_.FindItem(handle));
+        if (wave == nullptr || wave->importProc == nullptr)
+            continue;
+        collection_.GetHost().SetStatus(u"Reading waveforms...");
+        if (wave->LockSamplesForWrite().empty())
             return false;
     }
+    wavesIn_.erase(file);
     return true;
+}
+
+bool SampleKeeper::DetachFrom(std::u16string_view path)
+{
+    const auto file = WavesIn(path);
+    return file == wavesIn_.end() || Detach(file);
+}
+
+bool SampleKeeper::DetachFrom(std::u16string_view path, Collection& copy)
+{
+    const auto file = WavesIn(path);
+    if (file == wavesIn_.end()) // nor do waveforms of the copy lie there
+        return true;
+    return Detach(file) && (&copy == &collection_ || SampleKeeper(copy).DetachFrom(path));
 }
 
 bool SaveThroughRow(Item& root, const FormatRow& row, std::u16string_view path, FormatChoice choice,

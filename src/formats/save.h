@@ -4,8 +4,11 @@
 #include "formats/format_table.h"
 
 #include <functional>
+#include <map>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace vimbo {
 
@@ -19,6 +22,32 @@ struct SaveServices {
     std::function<bool(Item& root)> convertSynthModels;
 };
 
+/// Brings samples into memory before the file that they lie in is replaced: afterwards they could not be
+/// fetched there. Where the samples of a collection lie is found out once, by the first file that exists;
+/// waveforms that come later are not known.
+class SampleKeeper {
+public:
+    explicit SampleKeeper(Collection& collection) noexcept : collection_(collection) {}
+    /// True if the file holds none of the samples, or does not exist; false with the Last error text if
+    /// samples cannot be read.
+    [[nodiscard]] bool DetachFrom(std::u16string_view path);
+    /// The same, and for `copy`, which is the collection or was copied from it.
+    [[nodiscard]] bool DetachFrom(std::u16string_view path, Collection& copy);
+
+private:
+    using FileId =
+        std::pair<std::uint64_t, std::uint64_t>; ///< device and inode: one file under all its names
+    using Waves = std::map<FileId, std::vector<ItemHandle>>;
+    static bool Identify(std::u16string_view path, FileId& id);
+    void FindSources();
+    Waves::const_iterator WavesIn(std::u16string_view path);
+    bool Detach(Waves::const_iterator file);
+
+    Collection& collection_;
+    Waves wavesIn_;
+    bool isKnown_ = false;
+};
+
 struct SaveOptions {
     bool force = false; ///< call the writer even if the item holds nothing for the format
     bool lastUse =
@@ -27,6 +56,8 @@ struct SaveOptions {
     bool isFixedUp = false;   ///< FixUpItems has run with this prune mask since the last change
     bool isPrivateCopy = false; ///< the collection is the caller's own copy and may be changed
     const SaveServices* services = nullptr;
+    /// For many files from one collection: its own, also where the item lies in a copy of it.
+    SampleKeeper* keeper = nullptr;
 };
 
 /// Writes `root` through the row into a file that is written whole or not at all: the earlier file stays
@@ -49,10 +80,6 @@ struct SaveOptions {
 
 /// The prune mask of the fix-up pass ahead of saving an item of this kind: all kinds below what is written.
 std::uint8_t SavePruneMask(ItemKind kind) noexcept;
-
-/// Brings samples that lie in the file into memory: afterwards they could not be fetched there. True if the
-/// file does not exist.
-[[nodiscard]] bool DetachFromFile(Collection& collection, std::u16string_view path);
 
 /// The choice that takes everything a row offers ("Auto").
 FormatChoice AutoChoice(int row) noexcept;

@@ -165,7 +165,8 @@ private:
 class SaveAllRun {
 public:
     SaveAllRun(Collection& user, ItemKind kind, const SaveTarget& base, const SaveAllOptions& options)
-        : user_(user), host_(user.GetHost()), kind_(kind), base_(base), options_(options), asker_(host_)
+        : user_(user), host_(user.GetHost()), kind_(kind), base_(base), options_(options), asker_(host_),
+          keeper_(user)
     {
         if (GetExtension(base.path) == base.path.size())
             base_.path.append(u".").append(RowExtension(base.row));
@@ -260,9 +261,9 @@ private:
         save.isFixedUp = true;
         save.isPrivateCopy = copy_.has_value();
         save.services = options_.services;
+        save.keeper = &keeper_;
         const std::u16string folder = DirectoryOf(target.path);
-        const bool isReady = (folder.empty() || MakeDirectories(folder) || Fail(u"Could not create file")) &&
-                             (!copy_ || DetachFromFile(user_, target.path));
+        const bool isReady = folder.empty() || MakeDirectories(folder) || Fail(u"Could not create file");
         if (isReady && SaveToPath(&item, target.path, target.row, target.choice, save)) {
             ++result_.saved;
             return;
@@ -277,6 +278,7 @@ private:
     SaveTarget base_;
     const SaveAllOptions& options_;
     CollisionAsker asker_;
+    SampleKeeper keeper_;
     std::optional<Collection> copy_;
     SaveAllResult result_;
 };

@@ -190,6 +190,30 @@ TEST(SaveAll, CollisionsAreAskedAbout)
     }
 }
 
+TEST(SaveAll, FilesMayHoldTheSamplesOfOthers)
+{
+    Batch run;
+    run.folder.Put("a.ub", MakeBytes({1, 2}));
+    run.folder.Put("b.ub", MakeBytes({3, 4}));
+    run.folder.Put("c.ub", MakeBytes({5, 6}));
+    std::filesystem::create_symlink(run.folder.Path() / "a.ub", run.folder.Path() / "link");
+    const auto add = [&](std::u16string_view name, const char* source) {
+        Waveform& wave = run.Add(name, 2);
+        wave.SetSourceFormat(DataFormat::Pcm8, kSourceUnsigned);
+        wave.SetText(kTextSourcePath, run.folder.Wide(source));
+    };
+    add(u"a", "b.ub");
+    add(u"b", "link");
+    add(u"c", "b.ub"); // gone by then
+    add(u"d", "a.ub");
+    run.host.answers = {{"save-all-collision", 0}, {"save-all-collisions", 0}};
+    ASSERT_TRUE(run.Go());
+    EXPECT_EQ(run.folder.Get("a.ub"), MakeBytes({3, 4}));
+    EXPECT_EQ(run.folder.Get("b.ub"), MakeBytes({1, 2}));
+    EXPECT_EQ(run.folder.Get("c.ub"), MakeBytes({3, 4}));
+    EXPECT_EQ(run.folder.Get("d.ub"), MakeBytes({1, 2}));
+}
+
 TEST(SaveAll, PromptsAndGoesOnAfterFailures)
 {
     Batch run;
