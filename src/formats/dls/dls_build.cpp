@@ -3,7 +3,7 @@
 #include "base/last_error.h"
 #include "formats/dls/dls.h"
 #include "formats/format_choice.h"
-#include "model/key_velocity_grid.h"
+#include "model/layer_room.h"
 
 #include <algorithm>
 #include <array>
@@ -136,14 +136,16 @@ void LinkSides(std::vector<OutRegion>& regions, const WaveList& waves)
 /// first one that has room for it.
 void OrderByRoom(std::vector<OutRegion>& regions)
 {
-    std::vector<KeyVelocityGrid> layers;
+    LayerRoom layers; // readers look for room in the same window of layers
     for (OutRegion& out : regions) {
-        const Zone zone(out.region->trigger);
-        auto free = std::ranges::find_if(layers, [&](const auto& layer) { return layer.IsFree(zone); });
-        if (free == layers.end())
-            free = layers.insert(free, KeyVelocityGrid());
-        free->Add(zone);
-        out.layer = static_cast<std::uint16_t>(std::min<std::ptrdiff_t>(free - layers.begin(), 0xFFFF));
+        const Zone zone = Zone(out.region->trigger).Normalized();
+        std::size_t free = layers.FirstFree({&zone, 1});
+        if (free == LayerRoom::kNone) {
+            free = layers.Size();
+            layers.AddLayer();
+        }
+        layers.Occupy(free, zone);
+        out.layer = static_cast<std::uint16_t>(std::min<std::size_t>(free, 0xFFFF));
     }
     std::ranges::stable_sort(regions, {}, [](const OutRegion& out) {
         const TriggerParams& trigger = out.region->trigger;

@@ -169,8 +169,11 @@ void NoteBank(ConversionNotes& notes, const Item& root, const ExportSet& set,
         return;
     if (root.Kind() == ItemKind::Collection)
         NoteTexts(notes, static_cast<const TextItem&>(root));
+    auto written = instruments.begin(); // in the set's order
     for (const Instrument* instrument : set.Instruments())
-        if (std::ranges::find(instruments, instrument, &OutInstrument::instrument) == instruments.end())
+        if (written != instruments.end() && written->instrument == instrument)
+            ++written;
+        else
             notes.Dropped(*instrument, u"it plays no waveform");
 }
 

@@ -1,8 +1,9 @@
 // Layers as several zones of a preset, so that large banks need fewer records.
 #include "formats/soundfont/soundfont_build.h"
-#include "model/key_velocity_grid.h"
+#include "model/layer_room.h"
 
 #include <algorithm>
+#include <map>
 
 namespace vimbo::sf2 {
 namespace {
@@ -27,26 +28,14 @@ MidiRange OutZone::*RangeOn(BandAxis axis) noexcept
 }
 
 /// True if each band meets each of the earlier layers.
-bool AreBandsApart(const OutLayer& layer, BandAxis axis, const std::vector<KeyVelocityGrid>& earlier)
+bool AreBandsApart(const OutLayer& layer, BandAxis axis, const LayerRoom& earlier)
 {
     MidiRange OutZone::*const own = RangeOn(axis);
-    std::vector<MidiRange> bands;
-    std::vector<std::size_t> bandOf;
-    for (const OutZone& zone : layer.zones) {
-        const auto band = std::ranges::find(bands, zone.*own);
-        bandOf.push_back(static_cast<std::size_t>(band - bands.begin()));
-        if (band == bands.end())
-            bands.push_back(zone.*own);
-    }
-    return std::ranges::all_of(earlier, [&](const KeyVelocityGrid& grid) {
-        std::vector<bool> meets(bands.size(), false);
-        for (std::size_t i = 0; i < layer.zones.size(); ++i) {
-            const OutZone& zone = layer.zones[i];
-            if (!meets[bandOf[i]] && !grid.IsFree(vimbo::Zone(zone.keys, zone.velocities)))
-                meets[bandOf[i]] = true;
-        }
-        return std::ranges::find(meets, false) == meets.end();
-    });
+    std::map<std::uint16_t, std::vector<vimbo::Zone>> bands;
+    for (const OutZone& zone : layer.zones)
+        bands[(zone.*own).Word()].push_back(vimbo::Zone(zone.keys, zone.velocities).Normalized());
+    return std::ranges::all_of(
+        bands, [&](const auto& band) { return earlier.FirstFree(band.second) == LayerRoom::kNone; });
 }
 
 } // namespace
@@ -84,15 +73,17 @@ std::vector<OutLayer> BandsOf(const OutLayer& layer, BandAxis axis)
 std::vector<bool> FindDividable(std::span<const OutLayer> layers, BandAxis axis)
 {
     std::vector<bool> dividable;
-    std::vector<KeyVelocityGrid> earlier;
+    LayerRoom earlier;
     for (const OutLayer& layer : layers) {
-        // Right halves join the left ones before anything else.
-        dividable.push_back(layer.mayDivide && (layer.isRight || AreBandsApart(layer, axis, earlier)));
+        // Right halves join the left ones before anything else. What has left the window is not known.
+        const bool isApart =
+            layer.isRight || (earlier.WindowStart() == 0 && AreBandsApart(layer, axis, earlier));
+        dividable.push_back(layer.mayDivide && isApart);
         if (layer.isRight)
             continue;
-        KeyVelocityGrid& grid = earlier.emplace_back();
+        earlier.AddLayer();
         for (const OutZone& zone : layer.zones)
-            grid.Add(vimbo::Zone(zone.keys, zone.velocities));
+            earlier.Occupy(earlier.Size() - 1, vimbo::Zone(zone.keys, zone.velocities).Normalized());
     }
     return dividable;
 }
