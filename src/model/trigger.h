@@ -5,6 +5,7 @@
 #include "model/param.h"
 
 #include <array>
+#include <compare>
 #include <cstdint>
 
 namespace vimbo {
@@ -114,7 +115,7 @@ struct FadeRange {
     FadeFormula formula;
     /// Steps of the fades beyond 0 and 127: the curves go on as if there were such keys.
     std::uint8_t cutLow = 0, cutHigh = 0;
-    friend bool operator==(const FadeRange&, const FadeRange&) = default;
+    friend auto operator<=>(const FadeRange&, const FadeRange&) = default;
     /// Gain 0 to 1 at a key or velocity; 0 outside.
     float GainAt(unsigned value) const noexcept;
 };

@@ -6,6 +6,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <compare>
+#include <deque>
+#include <map>
+#include <tuple>
 
 namespace vimbo::synth {
 namespace {
@@ -86,10 +90,10 @@ std::vector<Draft> DraftRegions(const Instrument& instrument, SampleStore& sampl
     return drafts;
 }
 
-bool FollowsPhaseOf(const SynthRegion& region, const SynthRegion& master) noexcept
+/// Equal for the master of a phase group and those that follow it.
+auto PhaseKey(const SynthRegion& region) noexcept
 {
-    return region.phaseGroup == master.phaseGroup && region.keys == master.keys &&
-           region.fades.velocities == master.fades.velocities; // the ranges with them
+    return std::tuple(region.phaseGroup, region.keys.Word(), region.fades.velocities); // the ranges with them
 }
 
 void TakePitch(SynthRegion& region, const SynthRegion& master)
@@ -114,17 +118,15 @@ void TakePitch(SynthRegion& region, const SynthRegion& master)
 /// own.
 void LinkPhases(std::vector<Draft>& drafts)
 {
-    std::vector<const SynthRegion*> masters;
+    std::map<decltype(PhaseKey(SynthRegion())), const SynthRegion*> masters; // of several the first
     for (const Draft& draft : drafts)
         if (draft.record.phaseGroup != 0 && draft.record.isPhaseMaster)
-            masters.push_back(&draft.record);
+            masters.emplace(PhaseKey(draft.record), &draft.record);
     for (Draft& draft : drafts) {
         if (draft.record.phaseGroup == 0 || draft.record.isPhaseMaster)
             continue;
-        const auto master = std::ranges::find_if(
-            masters, [&](const SynthRegion* m) { return FollowsPhaseOf(draft.record, *m); });
-        if (master != masters.end())
-            TakePitch(draft.record, **master);
+        if (const auto master = masters.find(PhaseKey(draft.record)); master != masters.end())
+            TakePitch(draft.record, *master->second);
     }
 }
 
@@ -136,58 +138,50 @@ void ApplyWave(SynthRegion& record, const Waveform& wave, float rootKey) noexcep
     record.params[kArtVolume] += wave.volume;
 }
 
-bool PlaySame(const WaveSound& a, const WaveSound& b) noexcept
-{
-    return a.loopType == b.loopType && a.breakOnRelease == b.breakOnRelease && a.loopStart == b.loopStart &&
-           a.loopEnd == b.loopEnd && a.loopTuning == b.loopTuning && a.start == b.start && a.end == b.end;
-}
+/// Any order of mono regions by all that the two sides of one sound have in common: when they start, what
+/// they play of their samples, and all values but the pan.
+struct SideOrder {
+    static auto Common(const Draft& draft) noexcept
+    {
+        const SynthRegion& record = draft.record;
+        const WaveSound& sound = record.wave;
+        return std::tuple(record.fades.keys, record.fades.velocities, record.delaySeconds, record.trigger,
+                          record.pedal, record.exclusiveClass, record.allowOverlap, draft.wave->frames,
+                          draft.wave->rateHz, sound.loopType, sound.breakOnRelease, sound.loopStart,
+                          sound.loopEnd, sound.loopTuning, sound.start, sound.end);
+    }
+    bool operator()(const Draft* a, const Draft* b) const noexcept
+    {
+        if (const auto order = Common(*a) <=> Common(*b); order != 0)
+            return order < 0;
+        const auto &one = a->record.params, &other = b->record.params;
+        for (std::size_t id = 0; id < kArticulationParams; ++id)
+            if (id != kArtPan && one[id] != other[id])
+                return one[id] < other[id];
+        return false;
+    }
+};
 
-bool StartTogether(const SynthRegion& a, const SynthRegion& b) noexcept
-{
-    return a.fades.keys == b.fades.keys && a.fades.velocities == b.fades.velocities &&
-           a.delaySeconds == b.delaySeconds && a.trigger == b.trigger && a.pedal == b.pedal &&
-           a.exclusiveClass == b.exclusiveClass && a.allowOverlap == b.allowOverlap;
-}
-
-/// All values but the pan.
-bool SoundAlike(const SynthRegion& a, const SynthRegion& b) noexcept
-{
-    for (std::size_t id = 0; id < kArticulationParams; ++id)
-        if (id != kArtPan && a.params[id] != b.params[id])
-            return false;
-    return true;
-}
-
-bool IsPair(const Draft& a, const Draft& b) noexcept
-{
-    return b.IsSide(-a.record.params[kArtPan]) && !b.isGone && b.IsMonoWave() &&
-           StartTogether(a.record, b.record) && a.wave->frames == b.wave->frames &&
-           a.wave->rateHz == b.wave->rateHz && PlaySame(a.record.wave, b.record.wave) &&
-           SoundAlike(a.record, b.record);
-}
-
-/// Two mono regions at both sides become one in the middle, with a stereo sample.
+/// Two mono regions at both sides become one in the middle, with a stereo sample: each with the first one
+/// behind it that is free.
 void FusePairs(std::vector<Draft>& drafts)
 {
-    std::vector<Draft*> sides;
-    for (Draft& draft : drafts)
-        if (!draft.isGone && draft.IsMonoWave() && (draft.IsSide(-1) || draft.IsSide(1)))
-            sides.push_back(&draft);
-    for (auto first = sides.begin(); first != sides.end(); ++first) {
-        Draft& kept = **first;
-        if (kept.isGone)
+    std::map<const Draft*, std::deque<Draft*>, SideOrder> waiting; // those of one key wait on one side
+    for (Draft& draft : drafts) {
+        if (draft.isGone || !draft.IsMonoWave() || (!draft.IsSide(-1) && !draft.IsSide(1)))
             continue;
-        const auto found =
-            std::find_if(first + 1, sides.end(), [&](const Draft* other) { return IsPair(kept, *other); });
-        if (found == sides.end())
+        const bool isLeft = draft.IsSide(-1);
+        std::deque<Draft*>& line = waiting[&draft];
+        if (line.empty() || line.front()->IsSide(-1) == isLeft) {
+            line.push_back(&draft);
             continue;
-        Draft& other = **found;
-        const bool keepsLeft = kept.IsSide(-1);
-        Waveform* const left = keepsLeft ? kept.wave : other.wave;
-        kept.right = keepsLeft ? other.wave : kept.wave;
-        kept.wave = left;
+        }
+        Draft& kept = *line.front();
+        line.pop_front();
+        kept.right = isLeft ? kept.wave : draft.wave;
+        kept.wave = isLeft ? draft.wave : kept.wave;
         kept.record.params[kArtPan] = 0;
-        other.isGone = true;
+        draft.isGone = true;
     }
 }
 

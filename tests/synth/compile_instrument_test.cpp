@@ -170,6 +170,31 @@ TEST_F(CompileInstrumentTest, SidesOfOneSoundBecomeStereo)
     EXPECT_EQ(Compile()->regions.size(), 3u);
 }
 
+TEST_F(CompileInstrumentTest, SidesPairInTheirOrder)
+{
+    struct Side {
+        float offset;
+        float pan;
+    };
+    std::vector<std::uint32_t> ids;
+    for (const Side& side : {Side{1000, -1}, Side{2000, -1}, Side{3000, 1}, Side{4000, 1}, Side{5000, -1}}) {
+        Region& region = Add(AddWave(u"w", 100, side.offset));
+        region.SetParam(kArtPan, side.pan);
+        ids.push_back(region.Handle().Serial());
+    }
+    const auto compiled = Compile();
+    ASSERT_EQ(compiled->regions.size(), 3u);
+    for (const std::size_t i : {0u, 1u, 4u}) {
+        const SynthRegion& region = compiled->regions[std::min<std::size_t>(i, 2)];
+        EXPECT_EQ(region.regionId, ids[i]);
+        ASSERT_EQ(region.wave.sample->Channels(), i == 4 ? 1u : 2u);
+        EXPECT_EQ(region.wave.sample->Data()[0], static_cast<float>(i + 1) * 1000);
+        if (i != 4) {
+            EXPECT_EQ(region.wave.sample->Data()[1], static_cast<float>(i + 3) * 1000);
+        }
+    }
+}
+
 TEST_F(CompileInstrumentTest, PhaseGroupsFollowTheirMaster)
 {
     Waveform& wave = AddWave(u"w", 100);
