@@ -162,6 +162,7 @@ public:
 private:
     friend class Item;
     friend class CollectionMerger;
+    friend class UniqueNames;
     void TakeItemsOf(Collection& other);
     void Install(std::unique_ptr<Item> item, ItemHandle wanted);
     ItemHandle TakeHandle(ItemKind kind) const noexcept;

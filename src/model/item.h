@@ -65,7 +65,8 @@ public:
     void MoveChild(std::size_t from, std::size_t to) noexcept;
 
     /// Adds number suffixes to the name until no other item of the kind has it (narrow text, case ignored).
-    /// Goes through all items of the kind: for more than one of them there is Collection::MakeNamesUnique.
+    /// Goes through all items of the kind: for more than one of them there are Collection::MakeNamesUnique
+    /// and UniqueNames.
     /// @return true if the name changed.
     bool EnsureUniqueName();
 

@@ -1,4 +1,5 @@
-// Telling items of one name apart by numbers.
+#include "model/unique_names.h"
+
 #include "base/text.h"
 #include "model/collection.h"
 #include "model/free_numbers.h"
@@ -148,6 +149,25 @@ private:
 };
 
 } // namespace
+
+struct UniqueNames::Names : NamePool {};
+
+UniqueNames::UniqueNames(const Collection& collection, ItemKind kind) : names_(std::make_unique<Names>())
+{
+    for (const Item* item = collection.First(kind); item != nullptr; item = NextOfKind(*item))
+        names_->Add(item->GetName());
+}
+
+UniqueNames::~UniqueNames() = default;
+
+bool UniqueNames::Add(Item& item)
+{
+    const bool isTaken = names_->Holders(item.GetName()) != 0;
+    if (isTaken)
+        item.SetName(names_->FindFree(item.GetName()));
+    names_->Add(item.GetName());
+    return isTaken;
+}
 
 bool Item::EnsureUniqueName()
 {

@@ -2,6 +2,7 @@
 
 #include "base/last_error.h"
 #include "model/synth_model.h"
+#include "model/unique_names.h"
 #include "model/waveform.h"
 #include "synth/compile_model.h"
 #include "synth/engine.h"
@@ -101,15 +102,42 @@ MidiRange KeysOf(const Region& region) noexcept
     return {low, std::clamp<std::uint8_t>(keys.high, low, kKeys - 1)};
 }
 
-bool RenderWaves(Job& job, const WavetableSettings& settings)
+/// A waveform of the model's name, which others may have.
+Waveform* RenderNamedAlike(const SynthModel& model, unsigned key, const WavetableSettings& settings)
+{
+    Collection& owner = model.Owner();
+    SampleStore samples;
+    SynthRegion record = PlainRegion();
+    const bool sounds = TakeSynthModel(record, model, samples);
+    const NotePlan plan = PlanNote(record, key, settings);
+    auto& wave = owner.Create<Waveform>(model.GetName());
+    wave.rateHz = std::clamp(settings.rateHz, 1000u, kMaxRateHz);
+    wave.rootKey = static_cast<std::uint8_t>(std::min(key, kKeys - 1));
+    wave.frames = static_cast<std::uint32_t>(wave.rateHz * plan.seconds + 0.5);
+    const std::span<float> out = wave.AllocateSamples();
+    if (out.empty() && wave.frames != 0) {
+        owner.Destroy(wave.Handle());
+        return nullptr;
+    }
+    std::ranges::fill(out, 0.0f);
+    if (sounds)
+        RenderNoteInto(out, std::move(record), wave.rootKey, plan.keyUpSeconds, wave.rateHz);
+    wave.saveFormat = SaveFormat::Float32;
+    wave.Validate();
+    return &wave;
+}
+
+bool RenderWaves(Job& job, const WavetableSettings& settings, UniqueNames& names)
 {
     const MidiRange keys = KeysOf(*job.region);
     const unsigned count = std::clamp(settings.waves, 1u, keys.high - keys.low + 1u);
     for (unsigned i = 0; i < count; ++i) {
         const MidiRange share = ShareOf(keys, i, count);
-        Waveform* const wave = RenderModel(*job.region->Synth(), (share.low + share.high) / 2u, settings);
+        Waveform* const wave =
+            RenderNamedAlike(*job.region->Synth(), (share.low + share.high) / 2u, settings);
         if (!wave)
             return false;
+        names.Add(*wave);
         job.waves.push_back(wave);
     }
     return true;
@@ -182,27 +210,10 @@ NotePlan PlanNote(const SynthRegion& record, unsigned key, const WavetableSettin
 
 Waveform* RenderModel(const SynthModel& model, unsigned key, const WavetableSettings& settings)
 {
-    Collection& owner = model.Owner();
-    SampleStore samples;
-    SynthRegion record = PlainRegion();
-    const bool sounds = TakeSynthModel(record, model, samples);
-    const NotePlan plan = PlanNote(record, key, settings);
-    auto& wave = owner.Create<Waveform>(model.GetName());
-    wave.rateHz = std::clamp(settings.rateHz, 1000u, kMaxRateHz);
-    wave.rootKey = static_cast<std::uint8_t>(std::min(key, kKeys - 1));
-    wave.frames = static_cast<std::uint32_t>(wave.rateHz * plan.seconds + 0.5);
-    const std::span<float> out = wave.AllocateSamples();
-    if (out.empty() && wave.frames != 0) {
-        owner.Destroy(wave.Handle());
-        return nullptr;
-    }
-    std::ranges::fill(out, 0.0f);
-    if (sounds)
-        RenderNoteInto(out, std::move(record), wave.rootKey, plan.keyUpSeconds, wave.rateHz);
-    wave.saveFormat = SaveFormat::Float32;
-    wave.Validate();
-    wave.EnsureUniqueName();
-    return &wave;
+    Waveform* const wave = RenderNamedAlike(model, key, settings);
+    if (wave)
+        wave->EnsureUniqueName();
+    return wave;
 }
 
 bool ConvertSynthModels(Item& root, const WavetableSettings& settings)
@@ -210,12 +221,13 @@ bool ConvertSynthModels(Item& root, const WavetableSettings& settings)
     Collection& owner = root.Owner();
     Host& host = owner.GetHost();
     std::vector<Job> jobs = JobsBelow(root);
+    UniqueNames names(owner, ItemKind::Waveform);
     bool isComplete = true;
     for (Job& job : jobs) {
         host.SetStatus(u"Converting " + std::u16string(job.region->Synth()->GetName()));
         if (host.IsCancelled())
             isComplete = Fail(u"The conversion of synthesis models was stopped");
-        isComplete = isComplete && RenderWaves(job, settings);
+        isComplete = isComplete && RenderWaves(job, settings, names);
         if (!isComplete)
             break;
     }
