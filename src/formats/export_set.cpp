@@ -386,13 +386,6 @@ Instrument& ExportSet::CloneOf(Instrument& instrument)
     return clone;
 }
 
-Instrument& ExportSet::CopyForEdit(Instrument& instrument)
-{
-    Instrument& clone = CloneOf(instrument);
-    std::replace(instruments_.begin(), instruments_.end(), &instrument, &clone);
-    return clone;
-}
-
 Instrument& ExportSet::EditAt(std::size_t index)
 {
     instruments_[index] = &CloneOf(*instruments_[index]);

@@ -38,9 +38,6 @@ public:
     /// As filled: later operations do not take waveforms out.
     std::span<Waveform* const> Waveforms() const noexcept { return waveforms_; }
 
-    /// The clone that stands in for an instrument of the set; the same one for a second call, and for a
-    /// clone.
-    Instrument& CopyForEdit(Instrument& instrument);
     /// Deletes layers from the last one on where there are more than allowed. Compacting first tries to merge
     /// layers of equal articulation, and others only if that is not enough.
     void LimitLayers(std::size_t maxMelodic, std::size_t maxDrum, CompactFirst compactFirst);

@@ -86,7 +86,6 @@ TEST(ExportSet, PartsOfInstrumentsAreWrappedAsTheySound)
         Instrument& made = *set.Instruments()[0];
         EXPECT_EQ(Zones(made), test.zones);
         EXPECT_EQ(set.Waveforms().size(), test.waves);
-        EXPECT_EQ(&set.CopyForEdit(made), &made) << "it is the set's own already";
         made.Validate();
         Layer& madeLayer = *made.Layers().front();
         madeLayer.Validate();
@@ -193,7 +192,6 @@ TEST(ExportSet, OperationsWorkOnClones)
                 Instrument& made = *set.Instruments()[0];
                 EXPECT_EQ(Zones(made), test.expected);
                 EXPECT_EQ(&made == &instrument, test.expected == zonesBefore) << "cloned only if it changes";
-                EXPECT_EQ(&set.CopyForEdit(instrument), &set.CopyForEdit(made));
             }
             EXPECT_EQ(Zones(instrument), zonesBefore);
             std::u16string why;
