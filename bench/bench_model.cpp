@@ -11,10 +11,13 @@
 
 #include <benchmark/benchmark.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <memory>
 #include <random>
 #include <string>
+#include <string_view>
 
 namespace {
 
@@ -246,8 +249,7 @@ void Nothing(Collection&, std::size_t) {}
 
 constexpr Adversary kAdversaries[] = {
     // What one walk over all regions takes, and one over all names: what memory alone costs more per item
-    // when
-    // there are many.
+    // when there are many.
     {"plain/touch_regions", BuildStack<kAnySize>,
      [](Collection& items, std::size_t) {
          for (Region& region : items.All<Region>())
@@ -266,8 +268,12 @@ constexpr Adversary kAdversaries[] = {
     {"compact/by_articulation",
      [](Collection& items, std::size_t count) {
          MakeStack(items, std::vector<Ranges>(count));
-         for (Layer& layer : items.All<Layer>())
-             layer.SetParam(kArtTuning, static_cast<float>(layer.Handle().Serial() % 1000) / 100);
+         std::size_t number = 0;
+         for (Layer& layer : items.All<Layer>()) { // always ten of a kind
+             const std::size_t kind = number++ % (count / 10);
+             layer.SetParam(kArtTuning, static_cast<float>(kind % 1000) / 100);
+             layer.SetParam(kArtVolume, -static_cast<float>(kind / 1000));
+         }
      },
      [](Collection& items, std::size_t) {
          First(items).CompactLayers(MoveParamsUp::Yes, KeepArticulation::Yes);
@@ -421,6 +427,15 @@ constexpr Adversary kAdversaries[] = {
          }
      },
      [](Collection& items, std::size_t) { RemoveDuplicateWaves(items); }},
+    {"duplicates/one_source_of_two_files",
+     [](Collection& items, std::size_t count) {
+         for (std::size_t i = 0; i < count; ++i)
+             MakeWave(items, u"wave", 0).volume = static_cast<float>(i);
+     },
+     [](Collection& items, std::size_t count) {
+         const FileStart second{count / 2};
+         ShareSources(items, {&second, 1}, Unplayed::Keep);
+     }},
     {"merge/one_by_one", Nothing,
      [](Collection& items, std::size_t count) {
          CollectionMerger merger(items);
@@ -483,10 +498,33 @@ void MeasureGrowth(benchmark::State& state, const Adversary& adversary)
     }
 }
 
+/// For tools that count: what stands behind "--once" is done one time, for as many items, or only made ready.
+/// Without a name the names are listed.
+int Once(int argc, char** argv)
+{
+    for (const Adversary& adversary : kAdversaries) {
+        if (argc < 4) {
+            std::puts(adversary.name);
+            continue;
+        }
+        if (std::string_view(argv[2]) != adversary.name)
+            continue;
+        const std::size_t count = std::strtoul(argv[3], nullptr, 10);
+        Collection items;
+        adversary.build(items, count);
+        if (argc == 4)
+            adversary.run(items, count);
+        std::_Exit(0); // without taking the collection apart
+    }
+    return argc < 4 ? 0 : 1;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
+    if (argc > 1 && std::string_view(argv[1]) == "--once")
+        return Once(argc, argv);
     for (const Adversary& adversary : kAdversaries)
         benchmark::RegisterBenchmark(
             (std::string("growth/") + adversary.name).c_str(),

@@ -10,3 +10,4 @@ bench/compare_convert.sh --smoke
 bench/compare_codecs.sh --smoke
 bench/compare_banks.sh --smoke
 bench/open_sfz_folder.sh --smoke
+if command -v valgrind >/dev/null; then bench/count_growth.sh --smoke; fi
