@@ -228,7 +228,9 @@ void Region::RebuildName()
     const std::u16string_view before = GetName();
     if (before.starts_with(start) && before.substr(length) == tail)
         return;
-    SetName(std::u16string(start).append(tail));
+    std::u16string name;
+    name.reserve(length + tail.size());
+    SetName(name.append(start).append(tail));
 }
 
 void Region::Validate()

@@ -8,6 +8,8 @@
 #include "model/synth_model.h"
 
 #include <algorithm>
+#include <unordered_set>
+#include <utility>
 
 namespace vimbo {
 namespace {
@@ -17,9 +19,12 @@ std::vector<Parent*> ParentsOf(const std::vector<Child*>& children)
 {
     std::vector<Parent*> parents;
     std::unordered_set<const Item*> seen;
-    for (const Child* child : children)
-        if (auto* parent = static_cast<Parent*>(child->ParentItem()); seen.insert(parent).second && parent)
+    const Item* last = nullptr; // neighbours nearly always have the same one
+    for (const Child* child : children) {
+        auto* const parent = static_cast<Parent*>(child->ParentItem());
+        if (parent != std::exchange(last, parent) && parent != nullptr && seen.insert(parent).second)
             parents.push_back(parent);
+    }
     return parents;
 }
 

@@ -4,10 +4,9 @@
 #include "model/hashed_text.h"
 #include "model/stereo_pairs.h"
 
-#include <map>
 #include <set>
 #include <string>
-#include <unordered_set>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -39,7 +38,13 @@ private:
     std::u16string StereoName(std::u16string_view name, std::u16string_view other);
 
     Collection& items_;
-    std::map<std::pair<ItemHandle, ItemHandle>, Waveform*> made_;
+    struct PairHash {
+        std::size_t operator()(const std::pair<ItemHandle, ItemHandle>& pair) const noexcept
+        {
+            return ItemHandleHash()(pair.first) * 31 + ItemHandleHash()(pair.second);
+        }
+    };
+    std::unordered_map<std::pair<ItemHandle, ItemHandle>, Waveform*, PairHash> made_;
     std::set<HashedText> names_; ///< of all waveforms, folded
     bool madeEqualNames_ = false;
 };

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <map>
 #include <string>
+#include <vector>
 
 namespace vimbo {
 
@@ -148,6 +149,24 @@ private:
     std::map<HashedText, NumberRuns> series_;   ///< numbers taken, by NameKey of what stands before them
 };
 
+/// False if no two items from `first` on have equal names; nearly always false then.
+bool MayHaveTwins(const Item* first)
+{
+    std::vector<std::uint64_t> hashes;
+    std::string room;
+    for (const Item* item = first; item != nullptr; item = NextOfKind(*item)) {
+        std::uint64_t hash = 0xCBF29CE484222325; // FNV-1a
+        for (const char c : NarrowName(*item, room)) {
+            // As in MayBeEqual only ASCII counts.
+            const auto unit = static_cast<unsigned char>(c);
+            hash = (hash ^ (unit < 0x80 ? std::uint64_t{FoldCase(unit)} : 0x80)) * 0x100000001B3;
+        }
+        hashes.push_back(hash);
+    }
+    std::ranges::sort(hashes);
+    return std::ranges::adjacent_find(hashes) != hashes.end();
+}
+
 } // namespace
 
 struct UniqueNames::Names : NamePool {};
@@ -193,6 +212,8 @@ bool Item::EnsureUniqueName()
 
 bool Collection::MakeNamesUnique(ItemKind kind)
 {
+    if (!MayHaveTwins(First(kind)))
+        return false;
     NamePool names;
     for (const Item* item = First(kind); item != nullptr; item = item->nextOfKind_)
         names.Add(item->GetName());

@@ -113,11 +113,11 @@ const ArticulationBlock& TimbreBlocks::Of(const SoundSum& sum, const Zone& zone)
     return slot.block;
 }
 
-std::size_t Articulations::SoundHash::operator()(const SoundSum& sum) const noexcept
+std::size_t Articulations::KeyHash::operator()(const Key& key) const noexcept
 {
     WordHash hash;
-    hash.Add(sum.timbres);
-    for (const std::int32_t amount : sum.mix)
+    hash.Add(std::uint64_t{key.sum.timbres} << 32 | key.sample);
+    for (const std::int32_t amount : key.sum.mix)
         hash.Add(static_cast<std::uint32_t>(amount));
     return static_cast<std::size_t>(hash.Get());
 }
@@ -126,16 +126,11 @@ const ArticulationBlock& Articulations::Of(SoundSum sum, const BankSample& sampl
 {
     if (sample.side != BankSample::Side::None)
         sum.mix[kMixPan] = 0; // the side decides
-    const auto [place, isNew] = sounds_.try_emplace(sum);
-    Converted& converted = place->second;
+    const auto [place, isNew] = sounds_.try_emplace(
+        {sum, static_cast<std::uint32_t>(sample.side) * 2 + (sample.isUnpitched ? 1 : 0)});
     if (isNew)
-        converted.plain = Convert(sum);
-    if (sample.side == BankSample::Side::None && !sample.isUnpitched)
-        return converted.plain;
-    auto& block = converted.onSamples[static_cast<std::size_t>(sample.side)][sample.isUnpitched ? 1 : 0];
-    if (!block)
-        block = OnSample(converted.plain, sample);
-    return *block;
+        place->second = OnSample(Convert(sum), sample);
+    return place->second;
 }
 
 ArticulationBlock Articulations::Convert(const SoundSum& sum)

@@ -7,7 +7,6 @@
 #include <array>
 #include <cstdint>
 #include <mutex>
-#include <optional>
 #include <span>
 #include <unordered_map>
 #include <vector>
@@ -106,13 +105,14 @@ public:
     std::uint64_t LostSends() const noexcept { return lostSends_; }
 
 private:
-    struct Converted {
-        ArticulationBlock plain;
-        /// By the sample's side, then for pitched and unpitched ones.
-        std::array<std::array<std::optional<ArticulationBlock>, 2>, BankSample::kSides> onSamples;
+    /// A sound on samples of a side, pitched or unpitched ones.
+    struct Key {
+        SoundSum sum;
+        std::uint32_t sample = 0; ///< 0 for pitched samples without a side
+        friend bool operator==(const Key&, const Key&) = default;
     };
-    struct SoundHash {
-        std::size_t operator()(const SoundSum& sum) const noexcept;
+    struct KeyHash {
+        std::size_t operator()(const Key& key) const noexcept;
     };
 
     ArticulationBlock Convert(const SoundSum& sum);
@@ -120,7 +120,7 @@ private:
     Instrument& instrument_;
     const Timbres& timbres_;
     TimbreBlocks& blocks_;
-    std::unordered_map<SoundSum, Converted, SoundHash> sounds_;
+    std::unordered_map<Key, ArticulationBlock, KeyHash> sounds_;
     std::uint64_t lostSends_ = 0;
 };
 
