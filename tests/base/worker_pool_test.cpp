@@ -11,6 +11,7 @@
 #include <array>
 #include <atomic>
 #include <barrier>
+#include <mutex>
 #include <numeric>
 #include <set>
 #include <thread>
@@ -49,6 +50,33 @@ TEST(WorkerPool, WorkersRunSideBySide)
     });
     EXPECT_EQ(std::set(threads.begin(), threads.end()).size(), 4U);
     EXPECT_EQ(std::count(threads.begin(), threads.end(), std::this_thread::get_id()), 1);
+}
+
+/// Files that are converted side by side work on their own instruments side by side, too.
+TEST(WorkerPool, JobsOfJobsShareTheCores)
+{
+    std::atomic<std::size_t> running = 0, most = 0, calls = 0;
+    const auto inner = [&](std::size_t) {
+        const std::size_t now = ++running;
+        for (std::size_t seen = most; seen < now && !most.compare_exchange_weak(seen, now);) {
+        }
+        std::this_thread::yield();
+        ++calls;
+        --running;
+    };
+    RunJobs(50, 0, [&](std::size_t) { RunJobs(50, 0, inner); });
+    EXPECT_EQ(calls, 2500U);
+    EXPECT_LE(most, CoreCount());
+    // All threads are given back.
+    std::set<std::thread::id> threads;
+    std::mutex mutex;
+    std::barrier meeting(static_cast<std::ptrdiff_t>(CoreCount()));
+    RunJobs(CoreCount(), 0, [&](std::size_t) {
+        meeting.arrive_and_wait();
+        const std::lock_guard lock(mutex);
+        threads.insert(std::this_thread::get_id());
+    });
+    EXPECT_EQ(threads.size(), CoreCount());
 }
 
 TEST(WorkerPool, CoreCountObeysTheAffinityMask)
