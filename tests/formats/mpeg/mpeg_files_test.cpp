@@ -180,6 +180,23 @@ TEST(MpegFiles, Detection)
     EXPECT_EQ(LastError(), u"No MPEG audio found");
 }
 
+TEST(MpegFiles, SfzInstrumentsPlayThem)
+{
+    const ScratchFolder folder;
+    Collection items;
+    folder.Put("samples/tone.mp3", Written(AddTone(items, 2), kMp3CbrRow, 192));
+    const std::string text = "<region> sample=samples/tone.mp3 lokey=40 hikey=50 loop_mode=loop_continuous "
+                             "loop_start=1000 loop_end=18999\n";
+    Opened opened(folder.Put("a.sfz", std::as_bytes(std::span(text))));
+    ASSERT_TRUE(opened.isOpen);
+    Waveform& wave = opened.Wave();
+    EXPECT_EQ(wave.frames, kFrames) << "without what the encoder puts around it, or loops would move";
+    EXPECT_EQ(wave.loop.start, 1000);
+    const auto samples = wave.LockSamples();
+    ASSERT_EQ(samples.size(), 2u * kFrames);
+    EXPECT_LT(RmsDifference(samples, AddTone(items, 2).LockSamples()), 0.003);
+}
+
 TEST(MpegFiles, SettingsAndRefusals)
 {
     const struct {
