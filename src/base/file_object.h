@@ -121,7 +121,7 @@ private:
 
 /// A file that is written whole or not at all: everything goes to a temporary file in the same folder, which
 /// takes the place of the earlier one by Commit. Without Commit the destructor removes it and the earlier
-/// file stays.
+/// file stays. Up to Seal the file has no name, where the file system can do that.
 class GuardedFile {
 public:
     GuardedFile() = default;
@@ -146,7 +146,7 @@ private:
     FileObject file_;
     int descriptor_ = -1;
     std::string target_;
-    std::string temporary_;
+    std::string temporary_; ///< "" as long as the new file has no name
 };
 
 /// Guarded files that take their places together. As long as Commit was not called, and if it fails, every

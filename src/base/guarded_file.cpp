@@ -43,18 +43,44 @@ std::optional<std::string> FollowLinks(std::string path)
     return std::nullopt;
 }
 
-/// Creates a hidden file that no one else has in `folder`. Its name is short, so that long targets have
-/// theirs too.
-int CreateTemporary(const std::string& folder, mode_t mode, std::string& name)
+/// Calls `make(name)` with hidden names in `folder` until one is not taken. The names are short, so that long
+/// targets have theirs too. @return what the last call returned
+template <class Make>
+int WithFreeName(const std::string& folder, std::string& name, Make make)
 {
     static std::atomic<unsigned> serial = 0;
+    int result = -1;
     for (int i = 0; i < kMaxNames; ++i) {
         name = folder + ".vimbo-" + std::to_string(::getpid()) + '-' + std::to_string(++serial) + ".tmp";
-        const int descriptor = ::open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode);
-        if (descriptor >= 0 || (errno != EEXIST && errno != EINTR))
-            return descriptor;
+        result = make(name.c_str());
+        if (result >= 0 || (errno != EEXIST && errno != EINTR))
+            break;
     }
-    return -1;
+    return result;
+}
+
+/// Creates a file that no one else has.
+int CreateTemporary(const std::string& folder, mode_t mode, std::string& name)
+{
+    return WithFreeName(folder, name, [mode](const char* path) {
+        return ::open(path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode);
+    });
+}
+
+/// A file of no name, of which nothing is left if the process is ended. -1 where that cannot be had.
+int CreateUnnamed(const std::string& folder, mode_t mode) noexcept
+{
+    // Without this folder it could never be named.
+    return ::access("/proc/self/fd", X_OK) == 0 ? ::open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, mode)
+                                                : -1;
+}
+
+bool NameFile(int descriptor, const std::string& folder, std::string& name)
+{
+    const std::string open = "/proc/self/fd/" + std::to_string(descriptor);
+    return WithFreeName(folder, name, [&open](const char* path) {
+               return ::linkat(AT_FDCWD, open.c_str(), AT_FDCWD, path, AT_SYMLINK_FOLLOW);
+           }) == 0;
 }
 
 /// Makes a rename in the folder last. Not every file system can; the new file is in its place either way.
@@ -120,14 +146,18 @@ bool GuardedFile::CreateBeside(const std::u16string& path)
         return false;
 
     // What replaces a private file is private from the first byte on.
+    const mode_t mode = replaces ? 0600 : 0666;
+    const std::string folder = FolderOf(*target);
     std::string temporary;
-    const int descriptor = CreateTemporary(FolderOf(*target), replaces ? 0600 : 0666, temporary);
-    if (descriptor < 0)
-        return false;
-    descriptor_ = descriptor;
+    descriptor_ = CreateUnnamed(folder, mode);
+    if (descriptor_ < 0) {
+        descriptor_ = CreateTemporary(folder, mode, temporary);
+        if (descriptor_ < 0)
+            return false;
+        temporary_ = std::move(temporary);
+    }
     target_ = std::move(*target);
-    temporary_ = std::move(temporary);
-    if (!replaces || ::fchmod(descriptor, earlier.st_mode & kPermissionBits) == 0)
+    if (!replaces || ::fchmod(descriptor_, earlier.st_mode & kPermissionBits) == 0)
         return true;
     Discard();
     return false;
@@ -141,6 +171,11 @@ bool GuardedFile::Seal()
     struct stat earlier = {};
     const bool replaces = ::lstat(target_.c_str(), &earlier) == 0;
     bool whole = !replaces || SyncFile(descriptor_);
+    if (temporary_.empty()) {
+        std::string name;
+        whole = whole && NameFile(descriptor_, FolderOf(target_), name);
+        temporary_ = whole ? std::move(name) : std::string();
+    }
     // Network file systems tell a full disk only here.
     whole = ::close(descriptor_) == 0 && whole;
     descriptor_ = -1;

@@ -325,7 +325,7 @@ TEST_F(FileTest, GuardedFileReplacesWholeOrNotAtAll)
         GuardedFile given;
         ASSERT_TRUE(given.Create(Wide("a")) && given.File().WriteAll(Bytes("half")));
         EXPECT_EQ(given.File().Path(), Wide("a"));
-        EXPECT_EQ(EntryCount(), 4U);
+        EXPECT_LE(EntryCount(), 4U) << "links, the earlier file, and at most one more";
     }
     EXPECT_EQ(Contents(folder / "a"), "earlier") << "not committed";
 

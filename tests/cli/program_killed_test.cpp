@@ -5,7 +5,10 @@
 #include <csignal>
 #include <thread>
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 namespace vimbo::cli {
 namespace {
@@ -37,19 +40,35 @@ protected:
         return found;
     }
 
+    /// Where files of no name can be had, a killed command leaves nothing at all.
+    bool HasUnnamedFiles() const
+    {
+        const int descriptor = ::open(folder_.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+        if (descriptor >= 0)
+            ::close(descriptor);
+        return descriptor >= 0;
+    }
+
+    /// True if the command has a new file of the folder open that has some bytes.
+    bool IsWriting(pid_t child) const
+    {
+        std::error_code gone;
+        for (const auto& entry : fs::directory_iterator("/proc/" + std::to_string(child) + "/fd", gone)) {
+            const std::string name = fs::read_symlink(entry.path(), gone).native();
+            const bool isNew = name.starts_with(folder_.native() + "/.vimbo-") ||
+                               (name.starts_with(folder_.native()) && name.ends_with("(deleted)"));
+            struct stat status = {};
+            if (isNew && ::stat(entry.path().c_str(), &status) == 0 && status.st_size > 0)
+                return true;
+        }
+        return false;
+    }
+
     /// Kills the command when a new file has some bytes. False if it ended before.
     bool KillWhileWriting(const std::vector<std::string>& arguments) const
     {
         const pid_t child = Start(arguments);
-        const auto isWriting = [this] {
-            for (const fs::path& path : Temporaries()) {
-                std::error_code gone;
-                const std::uintmax_t bytes = fs::file_size(path, gone);
-                if (!gone && bytes > 0)
-                    return true;
-            }
-            return false;
-        };
+        const auto isWriting = [this, child] { return IsWriting(child); };
         int state = 0;
         const auto limit = Clock::now() + std::chrono::seconds(60);
         while (!isWriting() && Clock::now() < limit)
@@ -72,8 +91,15 @@ TEST_F(KilledProgramTest, TheEarlierFileStaysWhole)
         const std::vector<std::string> convert{"convert", "--force", "long.wav", "-t", type, "-o", output};
         ASSERT_TRUE(KillWhileWriting(convert)) << type << " was written too quickly to be caught";
         EXPECT_TRUE(Get(output) == earlier) << type;
+        EXPECT_EQ(Temporaries().size(), HasUnnamedFiles() ? 0U : 1U);
+        if (Temporaries().empty()) {
+            EXPECT_EQ(Run(convert).status, 0);
+            EXPECT_GT(fs::file_size(folder_ / output), kBytes);
+            EXPECT_TRUE(Temporaries().empty());
+            fs::remove(folder_ / output);
+            continue;
+        }
         // What it had written has a hidden name, which no later run takes for its own.
-        ASSERT_EQ(Temporaries().size(), 1U);
         const fs::path left = Temporaries().front();
         EXPECT_TRUE(left.filename().native().starts_with('.'));
         EXPECT_LT(fs::file_size(left), kBytes) << "killed behind the writing, which proves nothing";
