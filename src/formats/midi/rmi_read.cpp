@@ -1,11 +1,12 @@
 // Reading RIFF-MIDI: a Standard MIDI File with texts, and perhaps a bank, in one RIFF form (Microsoft and
 // IBM, Multimedia Programming Interface and Data Specifications 1.0, 1991; MMA, RP-029: bundling SMF and
-// DLS).
+// DLS). Some programs put a SoundFont in the place of the DLS bank.
 #include "base/byte_reader.h"
 #include "base/last_error.h"
 #include "base/text.h"
 #include "formats/dls/dls.h"
 #include "formats/midi/midi.h"
+#include "formats/soundfont/soundfont.h"
 #include "formats/wave/wave_texts.h"
 #include "model/song.h"
 
@@ -63,16 +64,19 @@ private:
         FourCc type;
         if (!chunk.Read(type))
             return;
-        if (type == FourCc{"DLS "}) {
-            hasBank_ = true;
-            if (!ReadDlsRange(items_, file_, chunk.Start() - sizeof(RiffChunkHead),
-                              sizeof(RiffChunkHead) + chunk.Size()))
-                Warn(LastError());
-        } else {
+        const bool isSoundFont = type == FourCc{"sfbk"};
+        if (!isSoundFont && type != FourCc{"DLS "}) {
             Warn(u"The file also holds a form \"" +
                  NarrowToWide(std::string_view(type.text.data(), type.text.size())) +
-                 u"\", which was left out: only DLS banks are read from RIFF-MIDI");
+                 u"\", which was left out: only DLS and SoundFont banks are read from RIFF-MIDI");
+            return;
         }
+        hasBank_ = true;
+        const std::uint64_t start = chunk.Start() - sizeof(RiffChunkHead);
+        const std::uint64_t length = sizeof(RiffChunkHead) + chunk.Size();
+        if (!(isSoundFont ? ReadSoundFontRange(items_, file_, start, length)
+                          : ReadDlsRange(items_, file_, start, length)))
+            Warn(LastError());
     }
 
     void Warn(std::u16string text) const { items_.GetHost().ShowMessage(text, kTitle, MessageIcon::Warning); }

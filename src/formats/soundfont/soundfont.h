@@ -12,6 +12,10 @@ inline constexpr std::uint32_t kSoundFont3 = 3;
 inline constexpr std::uint32_t kSoundFontPacked = 4;
 
 bool ReadSoundFont(Collection& collection, FileObject& file, std::uint32_t variant);
+/// Reads a bank of any version that lies in [start, start + length) of a larger file, from its `RIFF` word
+/// on. Its instruments and waveforms join what the collection has; so do the bank's texts.
+[[nodiscard]] bool ReadSoundFontRange(Collection& collection, FileObject& file, std::uint64_t start,
+                                      std::uint64_t length);
 bool WriteSoundFont(Item& root, FileObject& file, FormatChoice& choice);
 int DetectSoundFont(std::span<const std::byte> head, std::uint32_t variant, std::uint64_t fileSize);
 /// Compressed settings of sf3: FLAC, and Ogg Vorbis by quality.

@@ -458,6 +458,13 @@ bool FitsVariant(const Tables& bank, std::uint32_t variant) noexcept
     return bank.isPacked == (variant == kSoundFontPacked);
 }
 
+bool ReadBank(Collection& collection, FileObject& file, const Tables& bank)
+{
+    for (const ChunkCursor& texts : bank.info)
+        ReadInfoTags(texts, collection);
+    return BankReader(collection, bank, ReadSamples(collection, file, bank)).Read();
+}
+
 } // namespace
 } // namespace sf2
 
@@ -466,10 +473,15 @@ bool ReadSoundFont(Collection& collection, FileObject& file, std::uint32_t varia
     sf2::Tables bank;
     if (!sf2::ReadTables(file, bank) || !sf2::FitsVariant(bank, variant))
         return Fail(variant == kSoundFont1 ? u"Not a SoundFont v1.x file" : u"Not a Sound Font v2.x file");
-    for (const ChunkCursor& texts : bank.info)
-        ReadInfoTags(texts, collection);
-    std::vector<sf2::BankSample> samples = sf2::ReadSamples(collection, file, bank);
-    return sf2::BankReader(collection, bank, std::move(samples)).Read();
+    return sf2::ReadBank(collection, file, bank);
+}
+
+bool ReadSoundFontRange(Collection& collection, FileObject& file, std::uint64_t start, std::uint64_t length)
+{
+    sf2::Tables bank;
+    if (!sf2::ReadTables(file, start, length, bank))
+        return Fail(u"Not a Sound Font v2.x file");
+    return sf2::ReadBank(collection, file, bank);
 }
 
 int DetectSoundFont(std::span<const std::byte> head, std::uint32_t variant, std::uint64_t /*fileSize*/)

@@ -63,12 +63,16 @@ std::span<const T> Part(const std::vector<T>& table, const std::vector<std::size
 /// Gathers what the chunks say; the tables are put in order once all have been seen.
 class Reader {
 public:
-    Reader(FileObject& file, Tables& out) noexcept : file_(file), out_(out) {}
+    /// @param start, end  of the form in the file
+    Reader(FileObject& file, std::uint64_t start, std::uint64_t end, Tables& out) noexcept
+        : file_(file), start_(start), end_(end), out_(out)
+    {
+    }
 
     bool Read()
     {
         RiffFormHead head;
-        if (!file_.Seek(0) || !file_.Read(head) || head.chunk.id != FourCc{"RIFF"})
+        if (!file_.Seek(start_) || !file_.Read(head) || head.chunk.id != FourCc{"RIFF"})
             return false;
         out_.isPacked = head.type == FourCc{"sfpk"};
         if (head.type != FourCc{"sfbk"} && !out_.isPacked)
@@ -82,10 +86,9 @@ private:
     /// for at both.
     void WalkLists()
     {
-        const std::uint64_t end = file_.Size();
-        std::uint64_t place = sizeof(RiffFormHead);
+        std::uint64_t place = start_ + sizeof(RiffFormHead);
         for (std::uint32_t count = 0; count < ChunkCursor::kMaxChunks; ++count) {
-            ChunkCursor chunk(file_, place, end, std::endian::little);
+            ChunkCursor chunk(file_, place, end_, std::endian::little);
             if (!chunk.Next())
                 return;
             place = chunk.Start() + chunk.Size();
@@ -229,6 +232,7 @@ private:
     }
 
     FileObject& file_;
+    std::uint64_t start_, end_;
     Tables& out_;
     std::vector<Bag> presetBags_, instrumentBags_;
     std::vector<SampleName> names_;
@@ -271,7 +275,13 @@ std::span<const Modulator> ZoneTables::ModulatorsOf(std::size_t zone) const noex
 
 bool ReadTables(FileObject& file, Tables& out)
 {
-    return Reader(file, out).Read();
+    return ReadTables(file, 0, file.Size(), out);
+}
+
+bool ReadTables(FileObject& file, std::uint64_t start, std::uint64_t length, Tables& out)
+{
+    const std::uint64_t size = file.Size(), first = std::min(start, size);
+    return Reader(file, first, first + std::min(length, size - first), out).Read();
 }
 
 std::u16string NameOf(const std::array<char, 20>& field)

@@ -66,6 +66,9 @@ struct Tables {
 /// kHz, key 60, and the type that the place of the first sample in RAM tells.
 /// @return false if the form or a table is not there, or damaged; without an error text
 [[nodiscard]] bool ReadTables(FileObject& file, Tables& out);
+/// The same of a bank that lies in [start, start + length) of a larger file. All places in `out` are the
+/// file's.
+[[nodiscard]] bool ReadTables(FileObject& file, std::uint64_t start, std::uint64_t length, Tables& out);
 
 /// A name field up to its first NUL, without blanks around it.
 std::u16string NameOf(const std::array<char, 20>& field);

@@ -1,10 +1,13 @@
 // RIFF-MIDI: known bytes, texts by their places, banks in both directions, damage.
 #include "base/last_error.h"
 #include "formats/midi/midi.h"
+#include "formats/open.h"
+#include "formats/soundfont/soundfont.h"
 #include "formats/wave/wave_records.h"
 #include "midi_bytes.h"
 #include "model/consistency.h"
 #include "model/instrument.h"
+#include "test_files.h"
 #include "test_host.h"
 
 #include <gtest/gtest.h>
@@ -14,6 +17,7 @@ namespace {
 
 using namespace testing;
 
+constexpr std::size_t kSf2Row = 381;
 const Bytes kNotes = Block({0, 0x93, 60, 99, 96, 60, 0}); // 11 bytes
 
 void AddRiff(ByteWriter& out, FourCc id, std::span<const std::byte> body)
@@ -135,16 +139,48 @@ TEST(Rmi, BanksGoBothWays)
     }
 }
 
+TEST(RmiRead, SoundFontsComeWithTheirSong)
+{
+    Collection items;
+    Fill(items, true);
+    MemoryFile bank;
+    FormatChoice choice{FormatRows()[kSf2Row].caps, kSoundFont2, 0};
+    ASSERT_TRUE(WriteSoundFont(items, bank, choice));
+    ByteWriter body;
+    AddRiff(body, FourCc{"data"}, MakeSmf(0, {kNotes}));
+    body.Append(bank.Bytes()); // a form of its own already
+    AddRiff(body, FourCc{"ICOP"}, FromText("behind it"));
+    const ScratchFolder folder;
+    Collection opened;
+    ScriptedHost host;
+    opened.SetHost(host);
+    ASSERT_TRUE(LoadFile(opened, folder.Put("song.rmi", MakeRmi(body)), AllowRaw::No));
+    EXPECT_TRUE(host.shown.empty());
+    ASSERT_EQ(opened.CountOf(ItemKind::Song), 1u);
+    EXPECT_EQ(opened.List<Song>()[0]->GetText(kTextCopyright), u"behind it");
+    ASSERT_EQ(opened.CountOf(ItemKind::Instrument), 1u);
+    EXPECT_EQ(opened.List<Instrument>()[0]->location.Program(), 19u);
+    ASSERT_NE(opened.CountOf(ItemKind::Waveform), 0u);
+    for (Waveform& wave : opened.All<Waveform>()) {
+        const auto samples = wave.LockSamples();
+        EXPECT_EQ(samples.size(), 101u * wave.channels);
+        EXPECT_TRUE(std::ranges::all_of(samples, [](float sample) { return sample == 0.5f; }));
+    }
+    EXPECT_TRUE(IsConsistent(opened));
+}
+
 TEST(RmiRead, WhatCannotBeReadIsTold)
 {
     ScriptedHost host;
     ByteWriter body;
     AddRiff(body, FourCc{"data"}, MakeSmf(0, {kNotes}));
+    AddRiff(body, FourCc{"RIFF"}, FromText("bankLIST"));
     AddRiff(body, FourCc{"RIFF"}, FromText("sfbkLIST"));
     const Opened other(MakeRmi(body), ReadRmi, &host);
     EXPECT_TRUE(other.isRead);
-    ASSERT_EQ(host.shown.size(), 1u);
-    EXPECT_NE(host.shown[0].find(u"\"sfbk\""), std::u16string::npos);
+    ASSERT_EQ(host.shown.size(), 2u);
+    EXPECT_NE(host.shown[0].find(u"\"bank\""), std::u16string::npos);
+    EXPECT_EQ(host.shown[1], u"Not a Sound Font v2.x file");
 
     ByteWriter noSong, noHeader;
     AddRiff(noSong, FourCc{"ICMT"}, FromText("text"));
