@@ -23,9 +23,9 @@ from pathlib import Path
 RATE = 44100
 POLYPHONY = 128  # ours gives each note 1 / sqrt(polyphony) of full scale
 STEP = 441  # frames of an onset step: 10 ms
-LEVEL_STEPS = 10  # steps of a point of the level curve: 100 ms
+LEVEL_STEPS = 10  # steps that a point of the level curve covers: 100 ms
 ONSET_STEPS = 2  # 20 ms
-FLOOR_DB = 45  # what is this far below the loudest is not compared
+FLOOR_DB = 45  # what is this far below the loudest counts as silence
 
 
 def missing(what, how):
@@ -111,15 +111,6 @@ def agreement(a, b):
     return 200.0 * pairs / (len(a) + len(b))
 
 
-def find_delay(ours, theirs):
-    """Steps by which theirs is later."""
-    a, b = (np.diff(np.sqrt(power_steps(s))) for s in (ours, theirs))
-    count = 1 << (len(a) + len(b)).bit_length()
-    product = np.fft.irfft(np.fft.rfft(b, count) * np.conj(np.fft.rfft(a, count)))
-    reach = np.concatenate([np.arange(0, 201), np.arange(-200, 0)])
-    return int(reach[np.argmax(product[reach])])
-
-
 def third_octaves(magnitudes):
     power = (magnitudes.astype(np.float64) ** 2).mean(axis=0)
     hz = np.arange(513) * RATE / 1024
@@ -129,29 +120,31 @@ def third_octaves(magnitudes):
 
 
 def db_curve(sound):
-    power = power_steps(sound)
-    points = len(power) // LEVEL_STEPS
-    return 10 * np.log10(power[:points * LEVEL_STEPS].reshape(points, -1).mean(axis=1) + 1e-20)
+    """Level over LEVEL_STEPS at each step."""
+    sums = np.cumsum(np.concatenate([[0.0], power_steps(sound)]))
+    return 10 * np.log10(np.maximum(sums[LEVEL_STEPS:] - sums[:-LEVEL_STEPS], 0) / LEVEL_STEPS + 1e-20)
+
+
+def beyond(a, b):
+    """By how much a leaves the range that b has within a step: notes may begin a block sooner or later."""
+    padded = np.pad(b, 1, mode="edge")
+    near = np.stack([padded[:-2], b, padded[2:]])
+    return np.maximum(a - near.max(axis=0), 0) + np.minimum(a - near.min(axis=0), 0)
 
 
 def compare(ours, theirs):
     """The figures of one line; None if either is silent."""
     if not len(ours) or not len(theirs) or not ours.any() or not theirs.any():
         return None
-    delay = find_delay(ours, theirs)
-    if delay > 0:
-        theirs = theirs[delay * STEP:]
-    else:
-        ours = ours[-delay * STEP:]
     frames = min(len(ours), len(theirs))
     ours, theirs = ours[:frames], theirs[:frames]
     a, b = db_curve(ours), db_curve(theirs)
     if not len(a):
         return None
-    counts = np.maximum(a, b) > max(a.max(), b.max()) - FLOOR_DB
-    difference = np.clip(a - b, -FLOOR_DB, FLOOR_DB)[counts]
-    level = np.median(difference)
-    rest = difference - level
+    floor = max(a.max(), b.max()) - FLOOR_DB
+    level = np.median((a - b)[np.minimum(a, b) > floor])
+    counts = np.maximum(a, b) > floor
+    rest = beyond(np.maximum(a, floor) - level, np.maximum(b, floor))[counts]
     spectrum_a, spectrum_b = spectra(ours), spectra(theirs)
     if not len(spectrum_a):
         return None
@@ -224,7 +217,8 @@ def report(name, song, bank, folder):
     ours, theirs, error = render(str(song), str(bank), folder)
     figures = None if error else compare(ours, theirs)
     if error or figures is None:
-        print(f"{name:38.38s} {error or 'too short, or silent in one of them'}", flush=True)
+        silent = [who for who, sound in (("vimbo", ours), ("fluidsynth", theirs)) if not error and not sound.any()]
+        print(f"{name:38.38s} {error or 'silent: ' + ', '.join(silent) if error or silent else 'too short'}", flush=True)
         return
     print("{name:38.38s} {onsets:6.1f} {level:6.2f} {rms:6.2f} {within:6.2f} {corr:7.4f} {band:7.2f} {hz:7.0f}".format(
         name=name, **figures), flush=True)
