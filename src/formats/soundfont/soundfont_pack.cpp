@@ -22,8 +22,6 @@ constexpr std::size_t kMaxRecords = 65535; ///< of a table, the terminal one lef
 /// No more are counted to tell how far a bank is too large.
 constexpr std::size_t kMaxCounted = std::size_t{1} << 24;
 constexpr std::size_t kFirstWrittenSlot = 8;
-/// Velocity to attenuation of the standard's own default modulators: a concave curve.
-constexpr std::uint16_t kConcaveVelocity = 0x0502;
 
 /// Generators that presets can change by an amount.
 bool IsRelative(std::size_t generator) noexcept

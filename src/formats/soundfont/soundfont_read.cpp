@@ -1,6 +1,7 @@
 // Reading SoundFont banks: presets to instruments, their zones to layers, the instruments' zones to regions.
 #include "base/last_error.h"
 #include "formats/soundfont/soundfont.h"
+#include "formats/soundfont/soundfont_fixed_note.h"
 #include "formats/soundfont/soundfont_sounds.h"
 #include "formats/soundfont/soundfont_word_hash.h"
 #include "formats/wave/wave_texts.h"
@@ -287,8 +288,6 @@ private:
         vote_.Hear(region, below, wave);
         items_.twins.push_back({region.Handle(), wave.Handle()});
         LoopIfLooped(wave, region.loop);
-        if (settings.fixedVelocity >= 0)
-            ++fixedVelocities_;
         if (region.startOffset != settings.startOffset || region.endOffset != settings.endOffset)
             ++offsetsOutside_;
     }
@@ -309,8 +308,6 @@ private:
         SetOffsets(region, zone.sample);
         if (zone.sample.exclusiveClass != 0)
             region.trigger.Set(kParamExclusionGroup, static_cast<float>(zone.sample.exclusiveClass));
-        if (zone.sample.fixedVelocity >= 0)
-            ++fixedVelocities_;
     }
 
     /// Tuning beyond what the articulation holds moves the root key, which sounds the same for sounds that
@@ -388,17 +385,6 @@ private:
             ++offsetsOutside_;
     }
 
-    /// A zone that plays every note as one key: the pitch that this key has, without tracking.
-    static void FixNote(Region& region, const SampleSettings& settings)
-    {
-        if (settings.fixedKey < 0)
-            return;
-        ArticulationBlock& block = region.articulation;
-        const float keys = static_cast<float>(settings.fixedKey - region.rootKey);
-        block.Set(kArtTuning, block[kArtTuning] + keys * block[kArtKeyToPitch]);
-        block.Set(kArtKeyToPitch, 0);
-    }
-
     void NoteLosses() const
     {
         if (!items_.GetHost().WantsNotes())
@@ -412,7 +398,6 @@ private:
         Note(NoteTopic::Effect, u"Sends", lostSends_, u"the instrument has no free effect slot");
         Note(NoteTopic::Region, u"Regions", stackedTooHigh_, u"too many of them overlap");
         Note(NoteTopic::Region, u"Sample offsets", offsetsOutside_, u"they reach outside the sample");
-        Note(NoteTopic::Region, u"Fixed velocities", fixedVelocities_, u"there is no such parameter");
         Note(NoteTopic::Instrument, u"Library, genre and morphology", presetsWithClasses_,
              u"there is no place for them");
     }
@@ -446,8 +431,7 @@ private:
     WaveSettingsVote vote_;
     Unplaced unplaced_;
     std::size_t regions_ = 0;
-    std::uint64_t lostSends_ = 0, stackedTooHigh_ = 0, offsetsOutside_ = 0, fixedVelocities_ = 0,
-                  presetsWithClasses_ = 0;
+    std::uint64_t lostSends_ = 0, stackedTooHigh_ = 0, offsetsOutside_ = 0, presetsWithClasses_ = 0;
 };
 
 /// True if the bank is of the kind that the row reads. Versions above 1 are told apart by their samples.

@@ -11,6 +11,9 @@ namespace vimbo::sf2 {
 
 inline constexpr std::size_t kSlots = 66;
 
+/// Source of the standard's default modulator from velocity to attenuation: a concave curve, downwards.
+inline constexpr std::uint16_t kConcaveVelocity = 0x0502;
+
 /// A modulator that the articulation has a place for: its source and its destination generator.
 struct SlotKey {
     std::uint16_t source;

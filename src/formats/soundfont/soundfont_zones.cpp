@@ -3,6 +3,7 @@
 #include "formats/soundfont/soundfont_units1.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace vimbo::sf2 {
 namespace {
@@ -122,10 +123,31 @@ private:
 
     void Apply(const Modulator& modulator, BankZone& zone)
     {
-        if (const std::optional<SlotAmount> found = FindSlot(modulator))
+        if (const std::optional<SlotAmount> found = FindSlot(modulator)) {
             zone.values.slots[found->slot] = found->amount;
-        else if (modulator.amount.Get() != 0)
+            zone.hasLinearVelocity = zone.hasLinearVelocity || found->slot == kSlotVelToVolume;
+        } else if (!ApplyCurve(modulator, zone) && modulator.amount.Get() != 0) {
             ++unplaced_.modulators[{modulator.source.Get(), modulator.destination.Get()}];
+        }
+    }
+
+    /// The standard's default curve from velocity to level, which is the articulation's own, with another
+    /// amount. A linear one beside it stands for both, in whichever order they come. @return false if there
+    /// is no place for it
+    bool ApplyCurve(const Modulator& modulator, BankZone& zone) const noexcept
+    {
+        constexpr double kSlotPerCentibel = 2.5; // the slot counts by 0.04 dB
+        const std::int32_t centibels = modulator.amount.Get();
+        const bool isCurve = modulator.source.Get() == kConcaveVelocity &&
+                             modulator.destination.Get() == kGenAttenuation &&
+                             modulator.amountSource.Get() == 0 && modulator.transform.Get() == 0;
+        if (!isCurve || (zone.hasLinearVelocity && centibels != 0) ||
+            (level_ == Level::Instrument && centibels < 0)) // louder when struck softly
+            return false;
+        if (!zone.hasLinearVelocity)
+            zone.values.slots[kSlotVelToVolume] =
+                static_cast<std::int32_t>(std::lround(centibels * kSlotPerCentibel));
+        return true;
     }
 
     void Apply(const Generator& generator, BankZone& zone)

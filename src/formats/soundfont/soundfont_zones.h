@@ -33,7 +33,8 @@ struct BankZone {
     MidiRange keys;
     MidiRange velocities;
     SampleSettings sample;
-    std::size_t link = kNoLink; ///< the instrument of a preset zone, the sample of an instrument zone
+    bool hasLinearVelocity = false; ///< a modulator with a linear source, not the standard's own curve
+    std::size_t link = kNoLink;     ///< the instrument of a preset zone, the sample of an instrument zone
 };
 
 /// What was met that the articulation has no place for.

@@ -5,6 +5,7 @@
 #include "formats/soundfont/soundfont_units.h"
 #include "formats/xiph/xiph.h"
 #include "model/consistency.h"
+#include "model/envelope.h"
 #include "model/fix_up.h"
 #include "model/instrument.h"
 #include "model/waveform.h"
@@ -240,6 +241,69 @@ TEST(SoundFontRead, TakesRomSamplesFromTheirBank)
     EXPECT_EQ(host.shown.back(), u"Invalid 1mgm.sf2 - skipping ROM");
 }
 
+TEST(SoundFontRead, TakesOtherAmountsOfTheVelocityCurve)
+{
+    constexpr std::uint16_t kSensitivity = 16; // as an amount source: not always the whole amount
+    const auto curve = [](std::int16_t amount) { return Modulator{0x0502, kGenAttenuation, amount, 0, 0}; };
+    const Modulator linear{0x0102, kGenAttenuation, std::int16_t{1200}, 0, 0};
+    const Modulator moved{0x0502, kGenAttenuation, std::int16_t{0}, kSensitivity, 0};
+    struct Case {
+        std::vector<Modulator> instrument, preset;
+        float want;
+    };
+    const Case cases[] = {{{}, {}, 96},
+                          {{curve(0)}, {}, 0},
+                          {{curve(480)}, {}, 48},
+                          {{curve(480)}, {curve(-100)}, 38},
+                          {{}, {curve(-960)}, 0},
+                          {{linear, curve(0)}, {}, 48}, // as this program writes it
+                          {{curve(0), linear}, {}, 48},
+                          {{curve(-480)}, {}, 96},
+                          {{moved}, {}, 96}};
+    for (const Case& c : cases) {
+        BankBuilder bank = TenFrames();
+        bank.instrumentModulators = c.instrument;
+        bank.presetModulators = c.preset;
+        bank.AddInstrument("I", {{{kGenSample, 0}}});
+        bank.AddPreset("P", 0, 0, {{{kGenInstrument, 0}}});
+        const Opened opened(bank);
+        EXPECT_FLOAT_EQ(opened.Regions().at(0)->articulation[kArtVelToVolume], c.want) << &c - cases;
+    }
+}
+
+TEST(SoundFontRead, FixedVelocityIsThatOfEveryNote)
+{
+    constexpr std::uint16_t kVelocityUp = 514;
+    BankBuilder bank = TenFrames();
+    bank.instrumentModulators = {{kVelocityUp, kGenVolEnvAttack, std::int16_t{1200}, 0, 0},
+                                 {kVelocityUp, kGenVibLfoToPitch, std::int16_t{100}, 0, 0},
+                                 {0x0102, kGenCutoff, std::int16_t{-2400}, 0, 0}};
+    const ZoneSpec common = {{kGenVolEnvAttack, 0}, {kGenVibLfoToPitch, 200}, {kGenCutoff, 8000}};
+    std::vector<ZoneSpec> zones{common}; // global
+    for (const auto& [keys, velocity] :
+         {std::pair{Range(0, 9), 1}, {Range(10, 19), 64}, {Range(20, 29), 127}})
+        zones.push_back({{kGenKeyRange, keys}, {kGenVelocity, velocity}, {kGenSample, 0}});
+    bank.AddInstrument("I", zones);
+    bank.AddPreset("P", 0, 0, {{{kGenInstrument, 0}}});
+    const Opened opened(bank);
+    const std::vector<Region*> regions = opened.Regions();
+    ASSERT_EQ(regions.size(), 3u);
+    // Level: 40 dB per decade. Attack: an octave of time to either side. Cutoff: at full velocity the
+    // file's, 831 Hz, and two octaves lower at the lowest.
+    const float dB[] = {-84.15f, -11.90f, 0}, attack[] = {0.5f, 1, 2}, vibrato[] = {1, 2, 3},
+                hz[] = {207.7f, 415.3f, 830.6f};
+    for (std::size_t i = 0; i < 3; ++i) {
+        const ArticulationBlock& block = regions[i]->articulation;
+        EXPECT_NEAR(block[kArtVolume], dB[i], 0.01);
+        EXPECT_NEAR(block[kArtEnvelopes + kEnvAttack2Time], attack[i], 0.01);
+        EXPECT_NEAR(block[kArtPLfoToPitch], vibrato[i], 0.01);
+        EXPECT_NEAR(block[kArtCutoff], hz[i], 1.5);
+        for (const ParamId id : {kArtVelToVolume, kArtVelPLfoToPitch, kArtVelToCutoff})
+            EXPECT_EQ(block[id], 0) << id;
+        EXPECT_EQ(block[kArtEnvelopes + kEnvVelToAttack2], 1);
+    }
+}
+
 class NotedHost final : public Host {
 public:
     std::vector<std::u16string> notes;
@@ -263,7 +327,7 @@ TEST(SoundFontRead, TellsWhatWasLost)
     const Opened opened(bank, kSoundFont2, &host);
     EXPECT_EQ(host.notes,
               (std::vector<std::u16string>{u"Samples 1", u"Samples 1", u"Modulators 3", u"Generators 1",
-                                           u"Generators 1", u"Sample offsets 1", u"Fixed velocities 1"}));
+                                           u"Generators 1", u"Sample offsets 1"}));
 }
 
 /// A sine of `frames` frames as a coded stream.
