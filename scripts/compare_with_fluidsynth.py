@@ -63,7 +63,8 @@ def render(song, bank, folder):
         return None, None, "no sound: " + ", ".join(f.name for f in (ours, theirs) if not f.exists())
     data = ours.read_bytes()
     at = data.index(b"data") + 8
-    return (np.frombuffer(data[at:at + (len(data) - at) // 8 * 8], "<f4").reshape(-1, 2),
+    size = min(int.from_bytes(data[at - 4:at], "little"), len(data) - at)
+    return (np.frombuffer(data[at:at + size // 8 * 8], "<f4").reshape(-1, 2),
             np.fromfile(theirs, "<f4").reshape(-1, 2), None)
 
 
