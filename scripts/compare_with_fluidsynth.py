@@ -4,7 +4,7 @@
   scripts/compare_with_fluidsynth.py [--bank BANK] [--channels] SONG_OR_FOLDER...
 
 A line per song (with --channels also one per MIDI channel, all others silenced in both programs):
-  onsets   per cent of the beginnings of notes that both have within 20 ms
+  onsets   per cent of the notes of the song that begin within 20 ms of each other
   level    how much louder ours is on the whole, dB (gains are set so that the same laws give 0)
   rms, 95% how far the level curves are apart beside that, dB: root mean square, and what 95 % of it stay within
   corr     correlation of the mean spectra in third octaves, in dB
@@ -86,30 +86,19 @@ def spectra(sound):
     return out
 
 
-def find_onsets(magnitudes):
-    """Steps where the spectrum, compressed by a logarithm, rises most: peaks of half-wave rectified flux."""
-    if len(magnitudes) < 3:
-        return np.array([], int)
+def spectral_flux(magnitudes):
+    """How much the spectrum, compressed by a logarithm, rises at each step."""
     loud = np.log1p(magnitudes / (1e-9 + 0.001 * magnitudes.max()))
-    flux = np.maximum(np.diff(loud, axis=0), 0).sum(axis=1)
-    local = np.convolve(flux, np.ones(31) / 31, "same")
-    is_peak = (flux[1:-1] > flux[:-2]) & (flux[1:-1] >= flux[2:]) & (flux[1:-1] > 1.5 * local[1:-1] + 0.05 * flux.max())
-    return np.flatnonzero(is_peak) + 1
+    return np.concatenate([[0], np.maximum(np.diff(loud, axis=0), 0).sum(axis=1)])
 
 
-def agreement(a, b):
-    """Per cent of both lists that have a partner in the other; pairs are made in order, each one once."""
-    if len(a) + len(b) == 0:
-        return 100.0
-    pairs = i = j = 0
-    while i < len(a) and j < len(b):
-        if abs(a[i] - b[j]) <= ONSET_STEPS:
-            pairs, i, j = pairs + 1, i + 1, j + 1
-        elif a[i] < b[j]:
-            i += 1
-        else:
-            j += 1
-    return 200.0 * pairs / (len(a) + len(b))
+def onset_agreement(spectrum_a, spectrum_b, times):
+    """Per cent of the notes at whose time both spectra rise most within ONSET_STEPS of each other."""
+    a, b = spectral_flux(spectrum_a), spectral_flux(spectrum_b)
+    last = min(len(a), len(b)) - 5
+    places = [p for p in (int(t * RATE / STEP - 512 / STEP) for t in times) if p < last]
+    lags = [np.argmax(a[max(0, p - 3):p + 5]) - np.argmax(b[max(0, p - 3):p + 5]) for p in places]
+    return 100.0 * np.mean(np.abs(lags) <= ONSET_STEPS) if lags else np.nan
 
 
 def third_octaves(magnitudes):
@@ -133,7 +122,7 @@ def beyond(a, b):
     return np.maximum(a - near.max(axis=0), 0) + np.minimum(a - near.min(axis=0), 0)
 
 
-def compare(ours, theirs):
+def compare(ours, theirs, times):
     """The figures of one line; None if either is silent."""
     if not len(ours) or not len(theirs) or not ours.any() or not theirs.any():
         return None
@@ -155,13 +144,14 @@ def compare(ours, theirs):
     gaps = (bands_a - bands_b - level)[matter]
     worst = int(np.argmax(np.abs(gaps)))
     correlation = np.corrcoef(bands_a[matter], bands_b[matter])[0, 1] if len(matter) > 2 else 1.0
-    return {"onsets": agreement(find_onsets(spectrum_a), find_onsets(spectrum_b)), "level": level,
+    return {"onsets": onset_agreement(spectrum_a, spectrum_b, times), "level": level,
             "rms": float(np.sqrt((rest ** 2).mean())), "within": float(np.quantile(np.abs(rest), 0.95)),
             "corr": float(correlation), "band": float(gaps[worst]), "hz": float(centres[matter[worst]])}
 
 
-def walk_notes(data):
-    """(position of the velocity byte, channel) of every note-on of a Standard MIDI File."""
+def walk_song(data):
+    """Events of a Standard MIDI File, track by track: (tick, "note", position of the velocity byte, channel) of
+    each note-on, and (tick, "tempo", microseconds per quarter, 0)."""
     at = 14
     while at + 8 <= len(data):
         size = int.from_bytes(data[at + 4:at + 8], "big")
@@ -182,31 +172,51 @@ def walk_track(data, at, end):
                 break
         return value
 
-    status = 0
+    status = tick = 0
     while at < end:
-        number()
+        tick += number()
         if at >= end:
             return
         if data[at] >= 128:
             status, at = data[at], at + 1
         if status >= 0xF0:
+            is_tempo = status == 0xFF and data[at:at + 2] == b"\x51\x03"
             at += status == 0xFF
             size = number()
+            if is_tempo:
+                yield tick, "tempo", int.from_bytes(data[at:at + 3], "big"), 0
             at += size
             status = 0
         elif status >= 0x80:
             length = 1 if status >> 4 in (0xC, 0xD) else 2
             if status >> 4 == 9 and at + 1 < end:
-                yield at + 1, status & 15
+                yield tick, "note", at + 1, status & 15
             at += length
         else:
             return
 
 
+def note_times(data):
+    """Seconds of all note-ons, each time once; none of files that count in frames."""
+    division = int.from_bytes(data[12:14], "big")
+    if not 0 < division < 0x8000:
+        return []
+    seconds, last, per_tick, out = 0.0, 0, 0.5 / division, set()
+    for tick, kind, value, _ in sorted(walk_song(data), key=lambda event: (event[0], event[1] == "note")):
+        seconds, last = seconds + (tick - last) * per_tick, tick
+        if kind == "tempo":
+            per_tick = value * 1e-6 / division
+        elif data[value]:
+            out.add(round(seconds, 3))
+    return sorted(out)
+
+
 def only_channel(data, channel):
     """The song with all other channels' notes struck at velocity 0; none if the channel plays nothing."""
     out, plays = bytearray(data), False
-    for at, of in walk_notes(data):
+    for _, kind, at, of in walk_song(data):
+        if kind != "note":
+            continue
         if of != channel:
             out[at] = 0
         elif out[at]:
@@ -216,7 +226,7 @@ def only_channel(data, channel):
 
 def report(name, song, bank, folder):
     ours, theirs, error = render(str(song), str(bank), folder)
-    figures = None if error else compare(ours, theirs)
+    figures = None if error else compare(ours, theirs, note_times(Path(song).read_bytes()))
     if error or figures is None:
         silent = [who for who, sound in (("vimbo", ours), ("fluidsynth", theirs)) if not error and not sound.any()]
         print(f"{name:38.38s} {error or 'silent: ' + ', '.join(silent) if error or silent else 'too short'}", flush=True)
