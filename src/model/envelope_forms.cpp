@@ -218,7 +218,7 @@ struct SixStages {
     double decaySeconds = 0;
 };
 
-void CopyFactors(SixStages& out, const HeldCurve& curve, const Envelope& e) noexcept
+void CopyFactors(SixStages& out, const HeldCurve& curve) noexcept
 {
     DahdsrEnvelope& form = out.form;
     const double attackStart = form.delay, peak = attackStart + form.attack, decayStart = peak + form.hold;
@@ -230,12 +230,22 @@ void CopyFactors(SixStages& out, const HeldCurve& curve, const Envelope& e) noex
     form.velocityToAttack = attack.velocity;
     form.velocityToHold = hold.velocity;
     form.velocityToDecay = decay.velocity;
-    form.velocityToRelease = e.releaseVelocity;
     form.keyToDelay = delay.key;
     form.keyToAttack = attack.key;
     form.keyToHold = hold.key;
     form.keyToDecay = decay.key;
+}
+
+/// What needs no fit: sustain level and release.
+DahdsrEnvelope HeldAndReleased(const Envelope& e) noexcept
+{
+    DahdsrEnvelope form;
+    form.sustain = e.decay2.level;
+    form.release = SingleReleaseRate(e);
+    form.releaseMode = e.releaseMode;
+    form.velocityToRelease = e.releaseVelocity;
     form.keyToRelease = e.releaseKey;
+    return form;
 }
 
 SixStages FitSixStages(const Envelope& source, bool isVolume) noexcept
@@ -246,11 +256,8 @@ SixStages FitSixStages(const Envelope& source, bool isVolume) noexcept
     const auto peakCorner = static_cast<std::size_t>(std::ranges::max_element(levels) - levels.begin());
     const double peak = levels[peakCorner], peakTime = curve.Times()[peakCorner];
 
-    SixStages out;
+    SixStages out{HeldAndReleased(e)};
     DahdsrEnvelope& form = out.form;
-    form.sustain = e.decay2.level;
-    form.release = SingleReleaseRate(e);
-    form.releaseMode = e.releaseMode;
     if (peak > 0) {
         const auto loudness = [&](double level) { return isVolume ? ToGain(level) : level; };
         const Ramp rise = FitBetween(curve, 0, peakTime, 0, 1,
@@ -263,7 +270,7 @@ SixStages FitSixStages(const Envelope& source, bool isVolume) noexcept
         form.hold = static_cast<float>(fall.start - rise.end);
         out.decaySeconds = fall.end - fall.start;
     }
-    CopyFactors(out, curve, e);
+    CopyFactors(out, curve);
     return out;
 }
 
@@ -319,6 +326,24 @@ bool HasSixStages(const Envelope& e) noexcept
            e.release1Level == 0 && (e.decay2.level < 1 || e.decay2.seconds <= 0);
 }
 
+/// True if velocity and key move all times up to the sustain level by the same factors, so that it does not
+/// matter which stage a factor is taken from.
+bool HasOneFactor(const Envelope& e) noexcept
+{
+    return std::ranges::all_of(std::array{&e.attack2, &e.decay1, &e.decay2}, [&](const EnvelopeStage* stage) {
+        return stage->velocity == e.attack1.velocity && stage->key == e.attack1.key;
+    });
+}
+
+DahdsrEnvelope WithOneFactor(const Envelope& e) noexcept
+{
+    DahdsrEnvelope form = HeldAndReleased(WithPositiveLevels(e));
+    form.velocityToDelay = form.velocityToAttack = form.velocityToHold = form.velocityToDecay =
+        e.attack1.velocity;
+    form.keyToDelay = form.keyToAttack = form.keyToHold = form.keyToDecay = e.attack1.key;
+    return form;
+}
+
 } // namespace
 
 Envelope FromDahdsr(const DahdsrEnvelope& from) noexcept
@@ -340,8 +365,11 @@ Envelope FromDahdsr(const DahdsrEnvelope& from) noexcept
 
 DahdsrEnvelope ToDahdsr(const Envelope& envelope, bool isVolume) noexcept
 {
-    DahdsrEnvelope six = Finished(FitSixStages(envelope, isVolume));
-    if (!HasSixStages(envelope))
+    const bool isExact = HasSixStages(envelope);
+    // The fit takes far longer than all else.
+    DahdsrEnvelope six = isExact && HasOneFactor(envelope) ? WithOneFactor(envelope)
+                                                           : Finished(FitSixStages(envelope, isVolume));
+    if (!isExact)
         return six;
     // Taken as they stand: a fit could lose a stage of a millisecond beside a long one.
     const float fall = 1 - six.sustain;

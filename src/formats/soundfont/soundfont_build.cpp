@@ -73,16 +73,17 @@ float PanOf(unsigned channel, float pan) noexcept
 }
 
 /// In version 1 the zone says the sample's whole pitch; what is no whole key goes to the tuning.
-void SetPitch1(OutZone& zone, const OutSample& sample, ArticulationBlock& block)
+/// @return the semitones that went there
+double SetPitch1(Zone& zone, const Region& region, const OutSample& sample, ArticulationBlock& block)
 {
-    const int rootKey = zone.region->EffectiveRootKey();
+    const int rootKey = region.EffectiveRootKey();
     const Waveform& wave = *sample.wave;
     const PitchOfVersion1 pitch =
         PitchForVersion1(wave.rateHz, wave.fineTune, rootKey, block[kArtKeyToPitch]);
-    zone.values.generators[kGenSamplePitch] = pitch.rootKey * 100;
-    zone.pitchMoved = pitch.semitones;
+    zone.generators[kGenSamplePitch] = pitch.rootKey * 100;
     if (pitch.semitones != 0)
         block.Set(kArtTuning, block[kArtTuning] + static_cast<float>(pitch.semitones));
+    return pitch.semitones;
 }
 
 /// Makes the zones of one instrument.
@@ -96,21 +97,23 @@ public:
     OutZone Of(const Region& region, std::size_t place)
     {
         const OutSample& sample = samples_.samples[place];
-        OutZone zone{&region, region.trigger.keys, region.trigger.velocities, place, DefaultZone()};
+        Zone values = DefaultZone();
+        double pitchMoved = 0;
         ArticulationBlock block = region.articulation;
         if (sample.channel != OutSample::kWhole)
             block.Set(kArtPan, PanOf(sample.channel, block[kArtPan]));
         if (major_ == kVersion1) {
-            SetPitch1(zone, sample, block);
-            ArticulationToVersion1(block, instrument_, sample.wave->volume, zone.values);
+            pitchMoved = SetPitch1(values, region, sample, block);
+            ArticulationToVersion1(block, instrument_, sample.wave->volume, values);
         } else {
-            zone.values =
-                ZoneOf(cache_.TimbreOf(region.articulation), block, instrument_, sample.wave->volume);
+            values = ZoneOf(cache_.TimbreOf(block), block, instrument_, sample.wave->volume);
             if (const int rootKey = region.EffectiveRootKey(); rootKey != sample.rootKey)
-                zone.values.generators[kGenRootKey] = rootKey;
+                values.generators[kGenRootKey] = rootKey;
         }
-        SetSample(zone.values, region, sample);
-        return zone;
+        SetSample(values, region, sample);
+        const ZoneMarks unusual(values, DefaultZone());
+        return {&region, region.trigger.keys, region.trigger.velocities, place, &cache_.Keep(values),
+                unusual, pitchMoved};
     }
 
 private:
@@ -175,6 +178,7 @@ void AddLayer(std::vector<OutLayer>& layers, const Layer& layer, std::vector<Out
     out.mayDivide = layer.trigger.keys == Span(zones, &OutZone::keys) &&
                     layer.trigger.velocities == Span(zones, &OutZone::velocities);
     out.zones = std::move(zones);
+    out.shape = ShapeOf(out);
 }
 
 } // namespace

@@ -6,6 +6,8 @@
 #include "formats/export_set.h"
 #include "formats/soundfont/soundfont_zone_cache.h"
 
+#include <array>
+#include <bit>
 #include <deque>
 #include <optional>
 #include <span>
@@ -44,12 +46,43 @@ LoopInfo WholeLoop(const LoopInfo& loop, std::uint32_t frames) noexcept;
 /// What a loop of the sample is without a region.
 LoopInfo LoopOf(const OutSample& sample) noexcept;
 
+/// Some of a zone's amounts: generators from 0 on, slots behind them. Few of the amounts are not the usual
+/// ones.
+class ZoneMarks {
+public:
+    static constexpr std::size_t kAmounts = kGenerators + kSlots;
+
+    ZoneMarks() noexcept = default;
+    /// The amounts in which two zones differ.
+    ZoneMarks(const Zone& one, const Zone& other) noexcept;
+    void Add(std::size_t amount) noexcept { words_[amount / 64] |= std::uint64_t{1} << amount % 64; }
+    bool IsEmpty() const noexcept { return (words_[0] | words_[1]) == 0; }
+    /// Calls visit(amount) for each, in ascending order.
+    template <class Visit>
+    void ForEach(Visit visit) const
+    {
+        for (std::size_t word = 0; word < words_.size(); ++word)
+            for (std::uint64_t bits = words_[word]; bits != 0; bits &= bits - 1)
+                visit(word * 64 + static_cast<std::size_t>(std::countr_zero(bits)));
+    }
+    friend ZoneMarks operator|(ZoneMarks a, const ZoneMarks& b) noexcept
+    {
+        a.words_[0] |= b.words_[0];
+        a.words_[1] |= b.words_[1];
+        return a;
+    }
+
+private:
+    std::array<std::uint64_t, 2> words_{};
+};
+
 /// A region, or one side of it.
 struct OutZone {
     const Region* region;
     MidiRange keys, velocities;
     std::size_t sample;
-    Zone values;           ///< absolute, with the settings of the sample
+    const Zone* values;    ///< absolute, with the settings of the sample; kept by the cache
+    ZoneMarks unusual;     ///< amounts that are not those of DefaultZone
     double pitchMoved = 0; ///< semitones of its tuning that make up for what the sample's header cannot say
 };
 /// A zone of a preset, with the zones of its instrument.
@@ -58,9 +91,10 @@ struct OutLayer {
     std::string name;
     MidiRange keys, velocities; ///< hold all zones
     std::vector<OutZone> zones;
-    bool isNamed = true;    ///< false: `name` only says which layer of the preset it is
-    bool isRight = false;   ///< all zones play the right halves of pairs
-    bool mayDivide = false; ///< the layer's ranges are those that layers joined from parts have
+    std::uint64_t shape = 0; ///< equal for layers whose zones differ by the same amounts
+    bool isNamed = true;     ///< false: `name` only says which layer of the preset it is
+    bool isRight = false;    ///< all zones play the right halves of pairs
+    bool mayDivide = false;  ///< the layer's ranges are those that layers joined from parts have
 };
 struct OutPreset {
     const Instrument* instrument;
@@ -72,9 +106,12 @@ struct OutPreset {
 std::vector<OutPreset> ListPresets(const ExportSet& set);
 /// The layers that have anything to play. One with stereo waveforms gives two, left and right.
 /// @param major  version of the bank; 1: zones as HeldByVersion1 gives them, with the pitch of the sample
-/// @param cache  for all instruments
+/// @param cache  for all instruments; outlives the layers
 std::vector<OutLayer> LayersOf(const Instrument& instrument, const SampleList& samples, unsigned major,
                                ZoneCache& cache);
+
+/// What OutLayer::shape is to be for the layer's zones, of which there is one at least.
+std::uint64_t ShapeOf(const OutLayer& layer) noexcept;
 
 /// Zones with their generators and modulators, as the file has them.
 struct OutZoneTables {
@@ -94,9 +131,13 @@ enum class BandAxis { None, Velocities, Keys };
 /// place. Bands that differ little can share an instrument record. The one that the layer's own articulation
 /// agrees with comes first: a reader that joins them takes it from there.
 std::vector<OutLayer> BandsOf(const OutLayer& layer, BandAxis axis);
-/// For each layer, whether its bands come back as one layer when readers join layers that do not overlap:
-/// none of them has room in an earlier layer.
-std::vector<bool> FindDividable(std::span<const OutLayer> layers, BandAxis axis);
+/// Whether the bands of a layer come back as one layer when readers join layers that do not overlap: none of
+/// them has room in an earlier layer.
+struct Dividable {
+    bool byVelocities, byKeys;
+};
+/// For each layer.
+std::vector<Dividable> FindDividable(std::span<const OutLayer> layers);
 
 /// How much of the layers is kept; less of it takes fewer records.
 enum class Packing {

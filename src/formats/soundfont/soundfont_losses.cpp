@@ -26,7 +26,7 @@ TriggerParams HeldTrigger(const OutZone& zone) noexcept
     TriggerParams held;
     held.keys = zone.keys;
     held.velocities = zone.velocities;
-    held.exclusionGroup = static_cast<std::uint16_t>(zone.values.generators[kGenExclusiveClass]);
+    held.exclusionGroup = static_cast<std::uint16_t>(zone.values->generators[kGenExclusiveClass]);
     return held;
 }
 
@@ -45,7 +45,7 @@ void NoteZone(ConversionNotes& notes, const OutZone& zone, const OutSample& samp
     const Region& region = *zone.region;
     const ArticulationBlock wanted = WantedBlock(zone, sample);
     ArticulationBlock held;
-    ZoneToArticulation(zone.values, held, instrument);
+    ZoneToArticulation(*zone.values, held, instrument);
     if (sample.channel != OutSample::kWhole)
         held.Set(kArtPan, wanted[kArtPan]); // the two sides say it together
     if (zone.pitchMoved != 0)
@@ -62,7 +62,7 @@ bool AnySendsTo(const std::vector<OutLayer>& layers, ChannelFxType effect)
 {
     return std::ranges::any_of(layers, [effect](const OutLayer& layer) {
         return std::ranges::any_of(layer.zones,
-                                   [effect](const OutZone& zone) { return SendsTo(zone.values, effect); });
+                                   [effect](const OutZone& zone) { return SendsTo(*zone.values, effect); });
     });
 }
 

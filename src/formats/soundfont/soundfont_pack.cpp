@@ -21,7 +21,7 @@ namespace {
 constexpr std::size_t kMaxRecords = 65535; ///< of a table, the terminal one left out
 /// No more are counted to tell how far a bank is too large.
 constexpr std::size_t kMaxCounted = std::size_t{1} << 24;
-constexpr std::size_t kFirstWrittenSlot = 8;
+constexpr std::size_t kFirstWritten = kGenerators + 8; ///< of the slots; those before are only read
 
 /// Generators that presets can change by an amount.
 bool IsRelative(std::size_t generator) noexcept
@@ -47,16 +47,10 @@ bool IsRelative(std::size_t generator) noexcept
     }
 }
 
-/// All bits of those generators.
-const std::array<std::int32_t, kGenerators>& RelativeBits() noexcept
+/// An amount by its number in ZoneMarks.
+std::int32_t AmountOf(const Zone& zone, std::size_t amount) noexcept
 {
-    static const auto kBits = [] {
-        std::array<std::int32_t, kGenerators> bits{};
-        for (std::size_t i = 0; i < kGenerators; ++i)
-            bits[i] = IsRelative(i) ? -1 : 0;
-        return bits;
-    }();
-    return kBits;
+    return amount < kGenerators ? zone.generators[amount] : zone.slots[amount - kGenerators];
 }
 
 /// Generators that may stand in an instrument's global zone.
@@ -69,6 +63,7 @@ bool MayBeGlobal(std::size_t generator) noexcept
 struct ZoneRecord {
     MidiRange keys, velocities;
     const Zone* values;
+    ZoneMarks unusual; ///< amounts that are not the level's defaults
     std::uint16_t link;
 };
 
@@ -76,8 +71,10 @@ struct ZoneRecord {
 /// zone must leave the generator out, no value may stand for all.
 std::int32_t Commonest(std::vector<std::int32_t>& values, std::int32_t usual, bool mustBeAll)
 {
+    if (std::ranges::count(values, values.front()) == std::ssize(values))
+        return values.size() > 1 && values.front() != kLeftOut ? values.front() : usual;
     std::ranges::sort(values);
-    if (!values.empty() && values.front() == kLeftOut)
+    if (values.front() == kLeftOut)
         return usual;
     const auto usuals = static_cast<std::size_t>(std::ranges::count(values, usual));
     std::int32_t best = usual;
@@ -93,42 +90,72 @@ std::int32_t Commonest(std::vector<std::int32_t>& values, std::int32_t usual, bo
     return best;
 }
 
-/// Marks amounts that are not the usual one in all zones; most are.
-template <std::size_t Count>
-std::array<bool, Count> FindUnusual(std::span<const ZoneRecord> zones, const Zone& usual,
-                                    std::array<std::int32_t, Count> Zone::*amounts) noexcept
-{
-    std::array<std::int32_t, Count> away{};
-    for (const ZoneRecord& zone : zones)
-        for (std::size_t i = 0; i < Count; ++i)
-            away[i] |= (zone.values->*amounts)[i] ^ (usual.*amounts)[i];
-    std::array<bool, Count> unusual;
-    std::ranges::transform(away, unusual.begin(), [](std::int32_t bits) { return bits != 0; });
-    return unusual;
-}
+/// What a zone or a global zone says.
+struct Said {
+    Zone values;
+    ZoneMarks unusual; ///< no amount besides these differs from the level's defaults
+};
 
 /// What a global zone says for the others. Defaults for less than two.
-Zone GlobalOf(std::span<const ZoneRecord> zones, const Zone& defaults)
+Said GlobalOf(std::span<const ZoneRecord> zones, const Zone& defaults)
 {
-    Zone global = defaults;
+    Said global{defaults, {}};
+    if (zones.size() < 2)
+        return global;
+    ZoneMarks unusual;
+    for (const ZoneRecord& zone : zones)
+        unusual = unusual | zone.unusual;
     std::vector<std::int32_t> values(zones.size());
-    const auto generators = FindUnusual(zones, defaults, &Zone::generators);
-    const auto slots = FindUnusual(zones, defaults, &Zone::slots);
-    for (std::size_t i = 0; i < kGenerators; ++i) {
-        if (!generators[i] || !MayBeGlobal(i))
-            continue;
+    unusual.ForEach([&](std::size_t amount) {
+        const bool isSlot = amount >= kGenerators;
+        if (isSlot ? amount < kFirstWritten : !MayBeGlobal(amount))
+            return;
         std::ranges::transform(zones, values.begin(),
-                               [i](const ZoneRecord& zone) { return zone.values->generators[i]; });
-        global.generators[i] = Commonest(values, defaults.generators[i], false);
-    }
-    for (std::size_t i = kFirstWrittenSlot; i < kSlots; ++i) {
-        if (!slots[i])
-            continue;
-        std::ranges::transform(zones, values.begin(),
-                               [i](const ZoneRecord& zone) { return zone.values->slots[i]; });
-        global.slots[i] = Commonest(values, defaults.slots[i], i == kSlotVelToVolume);
-    }
+                               [=](const ZoneRecord& zone) { return AmountOf(*zone.values, amount); });
+        const std::int32_t usual = AmountOf(defaults, amount);
+        const std::int32_t common = Commonest(values, usual, amount == kGenerators + kSlotVelToVolume);
+        if (common == usual)
+            return;
+        (isSlot ? global.values.slots[amount - kGenerators] : global.values.generators[amount]) = common;
+        global.unusual.Add(amount);
+    });
     return global;
+}
+
+/// Calls visit(amount) for what has to be written of the values where `base` holds without it.
+/// @param marks  no amount besides these differs
+template <class Visit>
+void ForEachWritten(const Zone& values, const Zone& base, const ZoneMarks& marks, Visit visit)
+{
+    marks.ForEach([&](std::size_t amount) {
+        const bool isWritten = amount < kGenerators || amount >= kFirstWritten;
+        if (isWritten && AmountOf(values, amount) != AmountOf(base, amount))
+            visit(amount);
+    });
+}
+
+std::size_t RangesOf(const ZoneRecord& zone) noexcept
+{
+    return std::size_t{!zone.keys.IsFull()} + std::size_t{!zone.velocities.IsFull()};
+}
+
+/// Zones and generators that ZoneWriter makes of the records.
+std::size_t CountWritten(std::span<const ZoneRecord> zones, const Zone& defaults)
+{
+    std::size_t count = 0;
+    const auto add = [&](const Zone& values, const Zone& base, const ZoneMarks& marks) {
+        ++count; // the zone
+        ForEachWritten(values, base, marks,
+                       [&](std::size_t amount) { count += amount < kGenerators ? 1 : 0; });
+    };
+    const Said global = GlobalOf(zones, defaults);
+    if (!global.unusual.IsEmpty())
+        add(global.values, defaults, global.unusual);
+    for (const ZoneRecord& zone : zones) {
+        add(*zone.values, global.values, zone.unusual | global.unusual);
+        count += RangesOf(zone) + 1; // the link
+    }
+    return count;
 }
 
 /// Appends zones to one level's tables.
@@ -142,16 +169,16 @@ public:
 
     void Write(std::span<const ZoneRecord> zones)
     {
-        const Zone global = GlobalOf(zones, defaults_);
-        if (global != defaults_) {
+        const Said global = GlobalOf(zones, defaults_);
+        if (!global.unusual.IsEmpty()) {
             AddBag();
-            AddValues(global, defaults_);
+            AddValues(global.values, defaults_, global.unusual);
         }
         for (const ZoneRecord& zone : zones) {
             AddBag();
             AddRange(kGenKeyRange, zone.keys);
             AddRange(kGenVelocityRange, zone.velocities);
-            AddValues(*zone.values, global);
+            AddValues(*zone.values, global.values, zone.unusual | global.unusual);
             out_.generators.push_back({static_cast<std::uint16_t>(link_), zone.link});
         }
         AddTerminalCheck();
@@ -177,15 +204,18 @@ private:
     }
 
     /// What differs from what holds without it.
-    void AddValues(const Zone& values, const Zone& base)
+    void AddValues(const Zone& values, const Zone& base, const ZoneMarks& marks)
     {
-        for (std::size_t i = 0; i < kGenerators; ++i)
-            if (values.generators[i] != base.generators[i])
+        ForEachWritten(values, base, marks, [&](std::size_t amount) {
+            const std::int32_t value = AmountOf(values, amount);
+            if (amount < kGenerators) {
                 out_.generators.push_back(
-                    {static_cast<std::uint16_t>(i), static_cast<std::uint16_t>(values.generators[i])});
-        for (std::size_t i = kFirstWrittenSlot; i < kSlots; ++i)
-            if (values.slots[i] != base.slots[i])
-                AddModulator(kSlotTable[i].source, kSlotTable[i].destination, values.slots[i]);
+                    {static_cast<std::uint16_t>(amount), static_cast<std::uint16_t>(value)});
+                return;
+            }
+            const SlotKey& key = kSlotTable[amount - kGenerators];
+            AddModulator(key.source, key.destination, value);
+        });
         // Players would go on to use the standard's curve beside it.
         if (values.slots[kSlotVelToVolume] != base.slots[kSlotVelToVolume])
             AddModulator(kConcaveVelocity, kGenAttenuation, 0);
@@ -202,21 +232,32 @@ private:
     const Zone& defaults_;
 };
 
-void WriteInstrument(OutZoneTables& out, const OutLayer& layer, bool isVersion1)
-{
-    std::vector<Zone> amounts;
-    if (isVersion1)
-        for (const OutZone& zone : layer.zones)
-            amounts.push_back(AmountsOfVersion1(zone.values));
-    std::vector<ZoneRecord> records;
-    for (std::size_t i = 0; i < layer.zones.size(); ++i) {
-        const OutZone& zone = layer.zones[i];
-        records.push_back({zone.keys, zone.velocities, isVersion1 ? &amounts[i] : &zone.values,
-                           static_cast<std::uint16_t>(zone.sample)});
+/// A layer's zones as an instrument's.
+class InstrumentRecords {
+public:
+    InstrumentRecords(const OutLayer& layer, bool isVersion1)
+        : defaults_(isVersion1 ? DefaultsOfVersion1() : DefaultZone())
+    {
+        if (isVersion1)
+            std::ranges::transform(layer.zones, std::back_inserter(amounts_),
+                                   [](const OutZone& zone) { return AmountsOfVersion1(*zone.values); });
+        records_.reserve(layer.zones.size());
+        for (std::size_t i = 0; i < layer.zones.size(); ++i) {
+            const OutZone& zone = layer.zones[i];
+            const Zone* const values = isVersion1 ? &amounts_[i] : zone.values;
+            const ZoneMarks unusual = isVersion1 ? ZoneMarks(*values, defaults_) : zone.unusual;
+            records_.push_back(
+                {zone.keys, zone.velocities, values, unusual, static_cast<std::uint16_t>(zone.sample)});
+        }
     }
-    const Zone& defaults = isVersion1 ? DefaultsOfVersion1() : DefaultZone();
-    ZoneWriter(out, kGenSample, defaults).Write(records);
-}
+    void WriteTo(OutZoneTables& out) const { ZoneWriter(out, kGenSample, defaults_).Write(records_); }
+    std::size_t Count() const { return CountWritten(records_, defaults_); }
+
+private:
+    const Zone& defaults_;
+    std::vector<Zone> amounts_; ///< of version 1
+    std::vector<ZoneRecord> records_;
+};
 
 /// The difference that a preset zone has to add.
 Zone Difference(const Zone& wanted, const Zone& held) noexcept
@@ -237,8 +278,8 @@ bool CanAdd(std::size_t generator, std::int32_t amount) noexcept
 bool IsSameShape(const OutZone& one, const OutZone& other, const Zone& difference) noexcept
 {
     return one.keys == other.keys && one.velocities == other.velocities && one.sample == other.sample &&
-           one.values.slots == other.values.slots &&
-           Difference(one.values, other.values).generators == difference.generators;
+           one.values->slots == other.values->slots &&
+           Difference(*one.values, *other.values).generators == difference.generators;
 }
 
 /// The difference if `layer` is `held` but for an amount that is the same in all zones.
@@ -246,7 +287,7 @@ std::optional<Zone> DifferenceOf(const OutLayer& layer, const OutLayer& held) no
 {
     if (layer.zones.size() != held.zones.size())
         return std::nullopt;
-    const Zone difference = Difference(layer.zones.front().values, held.zones.front().values);
+    const Zone difference = Difference(*layer.zones.front().values, *held.zones.front().values);
     for (std::size_t i = 0; i < kGenerators; ++i)
         if (difference.generators[i] != 0 && (!IsRelative(i) || !CanAdd(i, difference.generators[i])))
             return std::nullopt;
@@ -260,27 +301,48 @@ std::optional<Zone> DifferenceOf(const OutLayer& layer, const OutLayer& held) no
 /// @param byName  only if they also have one name
 std::uint64_t HashOf(const OutLayer& layer, bool byName) noexcept
 {
+    if (!byName || !layer.isNamed)
+        return layer.shape;
     WordHash hash;
-    const auto add = [&](auto number) { hash.Add(static_cast<std::uint64_t>(number)); };
-    if (byName && layer.isNamed)
-        std::ranges::for_each(layer.name, add);
-    const auto& first = layer.zones.front().values.generators;
-    const auto& relative = RelativeBits();
-    constexpr std::size_t kPairs = (kGenerators + kSlots + 1) / 2;
-    std::array<std::int32_t, 2 * kPairs> amounts{};
-    for (const OutZone& zone : layer.zones) {
-        add(zone.keys.Word());
-        add(zone.velocities.Word());
-        add(zone.sample);
-        for (std::size_t i = 0; i < kGenerators; ++i)
-            amounts[i] = zone.values.generators[i] - (first[i] & relative[i]);
-        std::ranges::copy(zone.values.slots, amounts.begin() + kGenerators);
-        std::ranges::for_each(std::bit_cast<std::array<std::uint64_t, kPairs>>(amounts), add);
-    }
+    hash.Add(layer.shape);
+    for (const char letter : layer.name)
+        hash.Add(static_cast<unsigned char>(letter));
     return hash.Get();
 }
 
 } // namespace
+
+ZoneMarks::ZoneMarks(const Zone& one, const Zone& other) noexcept
+{
+    // Without branches, so that compilers make vector code of it.
+    std::array<std::uint8_t, 2 * 64> differs{};
+    for (std::size_t i = 0; i < kGenerators; ++i)
+        differs[i] = one.generators[i] != other.generators[i] ? 1 : 0;
+    for (std::size_t i = 0; i < kSlots; ++i)
+        differs[kGenerators + i] = one.slots[i] != other.slots[i] ? 1 : 0;
+    for (std::size_t i = 0; i < kAmounts; ++i)
+        if (differs[i] != 0)
+            Add(i);
+}
+
+/// Of what is left of the amounts when the first zone's relative ones are taken off.
+std::uint64_t ShapeOf(const OutLayer& layer) noexcept
+{
+    WordHash hash;
+    const OutZone& first = layer.zones.front();
+    for (const OutZone& zone : layer.zones) {
+        hash.Add(std::uint64_t{zone.keys.Word()} << 16 | zone.velocities.Word());
+        hash.Add(zone.sample);
+        (zone.unusual | first.unusual).ForEach([&](std::size_t amount) {
+            const bool isRelative = amount < kGenerators && IsRelative(amount);
+            const std::int32_t usual = isRelative ? 0 : AmountOf(DefaultZone(), amount);
+            const std::int32_t base = isRelative ? AmountOf(*first.values, amount) : 0;
+            if (const std::int32_t left = AmountOf(*zone.values, amount) - base; left != usual)
+                hash.Add(std::uint64_t{amount} << 32 | static_cast<std::uint32_t>(left));
+        });
+    }
+    return hash.Get();
+}
 
 /// Presets of version 1 only say what instruments leave open.
 std::optional<Zone> TablePacker::DifferenceFrom(const OutLayer& layer, const OutLayer& held) const noexcept
@@ -350,7 +412,7 @@ std::size_t TablePacker::InstrumentFor(const OutLayer& layer)
     header.name = NameField(layer.name);
     header.bagIndex = static_cast<std::uint16_t>(tables_.instrumentZones.bags.size());
     tables_.instruments.push_back(header);
-    WriteInstrument(tables_.instrumentZones, layer, isVersion1_);
+    InstrumentRecords(layer, isVersion1_).WriteTo(tables_.instrumentZones);
     byShape_.emplace(hash, instruments_.size());
     instruments_.push_back(&layer);
     return instruments_.size() - 1;
@@ -369,13 +431,11 @@ std::size_t TablePacker::CostOf(std::span<const OutLayer> bands) const
             if (DifferenceFrom(band, *found->second))
                 held = found->second;
         if (held == nullptr) {
-            OutZoneTables scratch;
-            WriteInstrument(scratch, band, isVersion1_);
-            cost += scratch.generators.size() + scratch.bags.size();
+            cost += InstrumentRecords(band, isVersion1_).Count();
             fresh.emplace(hash, &band);
             held = &band;
         }
-        const Zone difference = Difference(band.zones.front().values, held->zones.front().values);
+        const Zone difference = Difference(*band.zones.front().values, *held->zones.front().values);
         constexpr std::size_t kRangesAndLink = 3;
         cost += kRangesAndLink + kGenerators -
                 static_cast<std::size_t>(std::ranges::count(difference.generators, 0));
@@ -386,20 +446,21 @@ std::size_t TablePacker::CostOf(std::span<const OutLayer> bands) const
 /// Each layer in the form that costs least.
 std::vector<const OutLayer*> TablePacker::Divided(std::span<const OutLayer> layers)
 {
-    constexpr std::array kAxes{BandAxis::Velocities, BandAxis::Keys};
-    const std::array dividable{FindDividable(layers, kAxes[0]), FindDividable(layers, kAxes[1])};
+    const std::vector<Dividable> dividable = FindDividable(layers);
     std::vector<const OutLayer*> result;
     for (std::size_t i = 0; i < layers.size(); ++i) {
-        if (!dividable[0][i] && !dividable[1][i] && packing_ != Packing::Tightest) {
+        const bool byVelocities = dividable[i].byVelocities || packing_ == Packing::Tightest;
+        const bool byKeys = dividable[i].byKeys || packing_ == Packing::Tightest;
+        if (!byVelocities && !byKeys) {
             result.push_back(&layers[i]);
             continue;
         }
         std::vector<OutLayer> best; // empty: the layer as it is
         std::size_t least = CostOf(layers.subspan(i, 1));
-        for (std::size_t axis = 0; axis < kAxes.size(); ++axis) {
-            if (!dividable[axis][i] && packing_ != Packing::Tightest)
+        for (const BandAxis axis : {BandAxis::Velocities, BandAxis::Keys}) {
+            if (!(axis == BandAxis::Keys ? byKeys : byVelocities))
                 continue;
-            std::vector<OutLayer> bands = BandsOf(layers[i], kAxes[axis]);
+            std::vector<OutLayer> bands = BandsOf(layers[i], axis);
             const std::size_t cost = CostOf(bands);
             if (cost >= least)
                 continue;
@@ -428,17 +489,18 @@ void TablePacker::Add(const OutPreset& preset, std::span<const OutLayer> whole)
     header.bank = preset.bank;
     header.bagIndex = static_cast<std::uint16_t>(tables_.presetZones.bags.size());
     tables_.presets.push_back(header);
+    static const Zone kNothing;
+    const Zone& defaults = isVersion1_ ? DefaultsOfVersion1() : kNothing;
     std::vector<Zone> differences(layers.size());
     std::vector<ZoneRecord> records;
     for (std::size_t i = 0; i < layers.size() && !IsBeyondCounting(); ++i) {
         const OutLayer& layer = *layers[i];
         const std::size_t place = InstrumentFor(layer);
-        differences[i] = Difference(layer.zones.front().values, instruments_[place]->zones.front().values);
-        const Zone* values = isVersion1_ ? &DefaultsOfVersion1() : &differences[i];
-        records.push_back({layer.keys, layer.velocities, values, static_cast<std::uint16_t>(place)});
+        differences[i] = Difference(*layer.zones.front().values, *instruments_[place]->zones.front().values);
+        const Zone* values = isVersion1_ ? &defaults : &differences[i];
+        records.push_back({layer.keys, layer.velocities, values, ZoneMarks(*values, defaults),
+                           static_cast<std::uint16_t>(place)});
     }
-    static const Zone kNothing;
-    const Zone& defaults = isVersion1_ ? DefaultsOfVersion1() : kNothing;
     ZoneWriter(tables_.presetZones, kGenInstrument, defaults).Write(records);
 }
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <span>
 
 namespace vimbo::sf2 {
 namespace {
@@ -22,20 +23,22 @@ constexpr auto kMixMarks = [] {
 std::uint64_t HashOf(const ArticulationBlock& block) noexcept
 {
     // Two values at a time.
-    constexpr std::size_t kWords = (kArticulationParams + 1) / 2;
+    constexpr std::size_t kPairs = kArticulationParams / 2;
     constexpr auto kMasks = [] {
-        std::array<std::uint64_t, kWords> masks{};
+        std::array<std::uint64_t, kPairs + 1> masks{};
         for (std::size_t id = 0; id < kArticulationParams; ++id)
             if ((kMixMarks[id / 64] >> id % 64 & 1) == 0)
                 masks[id / 2] |= std::uint64_t{0xFFFFFFFF} << id % 2 * 32;
         return masks;
     }();
-    std::array<float, 2 * kWords> values{};
-    std::ranges::copy(block.Values(), values.begin());
-    const auto words = std::bit_cast<std::array<std::uint64_t, kWords>>(values);
+    const std::span<const float, kArticulationParams> values = block.Values();
     WordHash hash;
-    for (std::size_t i = 0; i < kWords; ++i)
-        hash.Add(words[i] & kMasks[i]);
+    for (std::size_t i = 0; i < kPairs; ++i) {
+        const std::array<float, 2> pair{values[2 * i], values[2 * i + 1]};
+        hash.Add(std::bit_cast<std::uint64_t>(pair) & kMasks[i]);
+    }
+    if constexpr (kArticulationParams % 2 != 0)
+        hash.Add(std::bit_cast<std::uint32_t>(values.back()) & kMasks[kPairs]);
     return hash.Get();
 }
 
@@ -57,37 +60,36 @@ ZoneCache::Timbre MakeTimbre(const ArticulationBlock& block)
     if (HaveSameTimbre(read.block, block))
         return timbre;
     WriteTimbre(read.block, read.zone);
-    timbre.read = std::make_unique<const ZoneCache::Timbre::Other>(std::move(read));
+    timbre.read = std::make_unique<ZoneCache::Timbre::Other>(std::move(read));
     return timbre;
 }
 
 } // namespace
 
-const ZoneCache::Timbre& ZoneCache::TimbreOf(const ArticulationBlock& block)
+ZoneCache::Timbre& ZoneCache::TimbreOf(const ArticulationBlock& block)
 {
-    const auto [place, isNew] = byPlace_.try_emplace(block.Values().data());
-    if (!isNew)
-        return *place->second;
     const std::uint64_t hash = HashOf(block);
     const auto [first, last] = timbres_.equal_range(hash);
     const auto found = std::find_if(
         first, last, [&](const auto& entry) { return HaveSameTimbre(entry.second.block, block); });
-    place->second = found != last ? &found->second : &timbres_.emplace(hash, MakeTimbre(block))->second;
-    return *place->second;
+    return found != last ? found->second : timbres_.emplace(hash, MakeTimbre(block))->second;
 }
 
-Zone ZoneOf(const ZoneCache::Timbre& timbre, const ArticulationBlock& block, const Instrument& instrument,
+Zone ZoneOf(ZoneCache::Timbre& timbre, const ArticulationBlock& block, const Instrument& instrument,
             float waveGainDb)
 {
     Zone zone = timbre.zone;
     WriteMix(block, &instrument, waveGainDb, zone);
-    ArticulationBlock read = timbre.read ? timbre.read->block : block;
-    ReadMix(zone, read, instrument);
-    if (read.SameValues(block))
+    if (timbre.read == nullptr) {
+        ArticulationBlock read = block;
+        ReadMix(zone, read, instrument);
+        if (!read.SameValues(block))
+            WriteMix(read, &instrument, 0, zone);
         return zone;
-    if (timbre.read)
-        zone = timbre.read->zone;
-    WriteMix(read, &instrument, 0, zone);
+    }
+    ReadMix(zone, timbre.read->block, instrument);
+    zone = timbre.read->zone;
+    WriteMix(timbre.read->block, &instrument, 0, zone);
     return zone;
 }
 
