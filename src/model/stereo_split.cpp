@@ -1,6 +1,7 @@
 // Stereo waveforms to pairs of mono ones in dual layers.
 #include "base/last_error.h"
 #include "model/instrument.h"
+#include "model/instrument_threads.h"
 #include "model/sample_source.h"
 #include "model/stereo_pairs.h"
 
@@ -35,31 +36,31 @@ const Halves* Find(const HalvesOf& halves, const Region& region)
     return found != halves.end() ? &found->second : nullptr;
 }
 
-void AddPartner(Layer& layer, Region& region, const Halves& halves)
+/// Layers with regions whose waveform was split, and the new ones behind them.
+struct Sides {
+    Layer* left;
+    Layer* right;
+};
+
+void AddPartner(Layer& layer, const Region& region)
 {
     Region& partner = layer.Owner().Clone(region);
     layer.AddChild(partner.Handle());
     partner.SetParent(layer.Handle());
-    partner.SetSound(halves.right->Handle());
     partner.phaseMaster = 0;
-    region.SetSound(halves.left->Handle());
-    const float pan = region.articulation[kArtPan];
-    region.articulation.Set(kArtPan, LeftPan(pan));
-    partner.articulation.Set(kArtPan, RightPan(pan));
-    region.RebuildName();
-    partner.RebuildName();
 }
 
-/// Regions whose waveform was split get partners in a new layer behind theirs.
-void SplitLayers(Instrument& instrument, const HalvesOf& halves)
+/// Regions whose waveform was split get partners in a new layer behind theirs. All of them play what they
+/// played before.
+std::vector<Sides> AddPartners(Instrument& instrument, const HalvesOf& halves)
 {
+    std::vector<Sides> added;
     std::vector<ItemHandle> order;
     for (Layer* layer : instrument.Layers()) {
         order.push_back(layer->Handle());
         Layer* behind = nullptr;
-        for (Region* region : layer->Regions()) {
-            const Halves* const sides = Find(halves, *region);
-            if (sides == nullptr)
+        for (const Region* region : layer->Regions()) {
+            if (Find(halves, *region) == nullptr)
                 continue;
             if (behind == nullptr) {
                 behind = &instrument.AddLayer(layer->GetName());
@@ -67,17 +68,37 @@ void SplitLayers(Instrument& instrument, const HalvesOf& halves)
                 behind->trigger = layer->trigger;
                 behind->articulation = layer->articulation;
                 behind->drum = layer->drum;
+                added.push_back({layer, behind});
             }
-            AddPartner(*behind, *region, *sides);
-        }
-        if (behind != nullptr) {
-            layer->RebuildName();
-            behind->RebuildName();
+            AddPartner(*behind, *region);
         }
     }
     instrument.ClearChildren();
     for (const ItemHandle layer : order)
         instrument.AddChild(layer); // there is memory for as many
+    return added;
+}
+
+void PlayHalf(Layer& layer, const HalvesOf& halves, Waveform* Halves::*half, float (*panOf)(float))
+{
+    for (Region* region : layer.Regions()) {
+        const Halves* const sides = Find(halves, *region);
+        if (sides == nullptr)
+            continue;
+        region->SetSound((sides->*half)->Handle());
+        region->articulation.Set(kArtPan, panOf(region->articulation[kArtPan]));
+        region->RebuildName();
+    }
+    layer.RebuildName();
+}
+
+/// Changes nothing outside the layers, so that several threads may do it for an instrument each.
+void PlayHalves(const std::vector<Sides>& added, const HalvesOf& halves)
+{
+    for (const auto& [left, right] : added) {
+        PlayHalf(*left, halves, &Halves::left, LeftPan);
+        PlayHalf(*right, halves, &Halves::right, RightPan);
+    }
 }
 
 bool SplitWave(Waveform& wave, HalvesOf& halves)
@@ -111,9 +132,12 @@ std::size_t SplitStereoToLayers(Collection& collection)
     for (Waveform* wave : collection.List<Waveform>())
         if (wave->channels == 2 && wave->frames != 0)
             SplitWave(*wave, halves);
-    if (!halves.empty())
-        for (Instrument& instrument : collection.All<Instrument>())
-            SplitLayers(instrument, halves);
+    if (halves.empty())
+        return 0;
+    std::unordered_map<const Instrument*, std::vector<Sides>> added;
+    for (Instrument& instrument : collection.All<Instrument>())
+        added.emplace(&instrument, AddPartners(instrument, halves));
+    ForEachInstrument(collection, [&](Instrument& instrument) { PlayHalves(added.at(&instrument), halves); });
     return halves.size();
 }
 
@@ -141,7 +165,7 @@ std::size_t SplitStereoToLayers(Instrument& instrument)
             items.Destroy(copy.Handle());
     }
     if (!halves.empty())
-        SplitLayers(instrument, halves);
+        PlayHalves(AddPartners(instrument, halves), halves);
     return halves.size();
 }
 

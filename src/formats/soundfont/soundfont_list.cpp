@@ -11,6 +11,8 @@
 #include <cmath>
 #include <map>
 #include <optional>
+#include <ranges>
+#include <span>
 
 namespace vimbo::sf2 {
 namespace {
@@ -23,7 +25,7 @@ bool IsWritable(const Waveform& wave) noexcept
     return wave.frames != 0 && (wave.channels == 1 || wave.channels == 2);
 }
 
-/// What the regions of a waveform have in common.
+/// What the regions of a waveform have in common, and its pair.
 struct Use {
     std::size_t regions = 0;
     bool agree = true; ///< in root key and loop
@@ -31,6 +33,8 @@ struct Use {
     std::uint8_t rootKey = 0;
     std::optional<LoopInfo> firstLooped;
     bool allLeft = true, allRight = true, allMiddle = true;
+    Waveform* partner = nullptr; ///< the other half of a pair
+    bool isLeft = false;         ///< of a pair
 
     void Add(const Region& region, const Waveform& wave)
     {
@@ -66,8 +70,11 @@ public:
     SampleList Make()
     {
         GatherUses();
-        for (const Instrument* instrument : set_.Instruments())
-            PairRegions(*instrument);
+        std::size_t first = 0;
+        for (const std::size_t end : ends_) {
+            PairRegions(std::span(played_).subspan(first, end - first));
+            first = end;
+        }
         PairUnused();
         for (Waveform* wave : set_.Waveforms())
             Add(*wave);
@@ -76,75 +83,79 @@ public:
     }
 
 private:
-    template <class Visit>
-    static void ForEachRegion(const Instrument& instrument, Visit visit)
-    {
-        std::size_t number = 0;
-        for (const Layer* layer : instrument.Layers()) {
-            for (const Region* region : layer->Regions())
-                if (Waveform* wave = region->Wave(); wave != nullptr && IsWritable(*wave))
-                    visit(*region, *wave, number);
-            ++number;
-        }
-    }
+    /// A region that plays something.
+    struct Played {
+        const Region* region;
+        Waveform* wave;
+        Use* use; ///< of the waveform
+        std::size_t layer;
+    };
 
     void GatherUses()
     {
-        for (const Instrument* instrument : set_.Instruments())
-            ForEachRegion(*instrument, [this](const Region& region, Waveform& wave, std::size_t) {
-                uses_[&wave].Add(region, wave);
-            });
+        for (const Instrument* instrument : set_.Instruments()) {
+            std::size_t number = 0;
+            for (const Layer* layer : instrument->Layers()) {
+                for (const Region* region : layer->Regions())
+                    if (Waveform* wave = region->Wave(); wave != nullptr && IsWritable(*wave))
+                        Gather(*region, *wave, number);
+                ++number;
+            }
+            ends_.push_back(played_.size());
+        }
+    }
+
+    void Gather(const Region& region, Waveform& wave, std::size_t layer)
+    {
+        Use& use = uses_[&wave];
+        use.Add(region, wave);
+        played_.push_back({&region, &wave, &use, layer});
     }
 
     const Use* UseOf(const Waveform& wave) const
     {
         const auto found = uses_.find(&wave);
-        return found != uses_.end() ? &found->second : nullptr;
+        return found != uses_.end() && found->second.regions != 0 ? &found->second : nullptr;
     }
 
-    bool CanPair(const Waveform& left, const Waveform& right) const
+    static bool CanPair(const Waveform& left, const Use& leftUse, const Waveform& right, const Use& rightUse)
     {
-        return left.rateHz == right.rateHz && !partners_.contains(&left) && !partners_.contains(&right) &&
+        return left.rateHz == right.rateHz && leftUse.partner == nullptr && rightUse.partner == nullptr &&
                (AreSidesOfOneName(left.GetName(), right.GetName()) || AreSidesOfOneSource(left, right));
     }
 
-    void Pair(Waveform& left, Waveform& right)
+    static void Pair(Waveform& left, Use& leftUse, Waveform& right, Use& rightUse)
     {
-        partners_[&left] = &right;
-        partners_[&right] = &left;
-        lefts_.insert(&left);
+        leftUse.partner = &right;
+        leftUse.isLeft = true;
+        rightUse.partner = &left;
     }
 
     /// A reader puts linked samples to the sides wherever they are played, so all regions must say that.
-    void PairRegions(const Instrument& instrument)
+    /// @param regions  of one instrument
+    void PairRegions(std::span<const Played> regions)
     {
-        struct Half {
-            Waveform* wave;
-            std::size_t layer;
-        };
+        using Right = std::pair<std::uint32_t, const Played*>;
         const auto zoneOf = [](const Region& region) {
             return region.trigger.keys.Word() | std::uint32_t{region.trigger.velocities.Word()} << 16;
         };
-        std::unordered_map<std::uint32_t, std::vector<Half>> rights;
-        ForEachRegion(instrument, [&](const Region& region, Waveform& wave, std::size_t layer) {
-            if (wave.channels != 1 || !uses_[&wave].allRight)
-                return;
-            std::vector<Half>& line = rights[zoneOf(region)];
-            if (line.size() < kTried)
-                line.push_back({&wave, layer});
-        });
+        std::vector<Right> rights; // by zones, and in their order
+        for (const Played& region : regions)
+            if (region.wave->channels == 1 && region.use->allRight)
+                rights.push_back({zoneOf(*region.region), &region});
         if (rights.empty())
             return;
-        ForEachRegion(instrument, [&](const Region& region, Waveform& wave, std::size_t layer) {
-            if (wave.channels != 1 || !uses_[&wave].allLeft)
-                return;
-            const auto line = rights.find(zoneOf(region));
-            if (line == rights.end())
-                return;
-            for (const Half& right : line->second)
-                if (right.layer != layer && CanPair(wave, *right.wave))
-                    return Pair(wave, *right.wave);
-        });
+        std::ranges::stable_sort(rights, {}, &Right::first);
+        for (const Played& left : regions) {
+            if (left.wave->channels != 1 || !left.use->allLeft || left.use->partner != nullptr)
+                continue;
+            const auto line = std::ranges::equal_range(rights, zoneOf(*left.region), {}, &Right::first);
+            for (const auto& [zone, right] : line | std::views::take(kTried))
+                if (right->layer != left.layer && CanPair(*left.wave, *left.use, *right->wave, *right->use)) {
+                    Pair(*left.wave, *left.use, *right->wave, *right->use);
+                    break;
+                }
+        }
     }
 
     void PairUnused()
@@ -160,8 +171,9 @@ private:
                 continue;
             const bool isLeft = ending.side == SideEnding::Side::Left;
             Waveform &left = isLeft ? *wave : *place->second, &right = isLeft ? *place->second : *wave;
-            if (CanPair(left, right))
-                Pair(left, right);
+            Use &leftUse = uses_[&left], &rightUse = uses_[&right];
+            if (CanPair(left, leftUse, right, rightUse))
+                Pair(left, leftUse, right, rightUse);
         }
     }
 
@@ -169,14 +181,15 @@ private:
     {
         if (!IsWritable(wave) || list_.places.contains(&wave))
             return;
-        const auto found = partners_.find(&wave);
-        if (found == partners_.end()) {
+        const auto found = uses_.find(&wave);
+        Waveform* const partner = found != uses_.end() ? found->second.partner : nullptr;
+        if (partner == nullptr) {
             AddSamples(wave);
             return;
         }
-        const bool isLeft = lefts_.contains(&wave);
-        AddSamples(isLeft ? wave : *found->second);
-        AddSamples(isLeft ? *found->second : wave);
+        const bool isLeft = found->second.isLeft;
+        AddSamples(isLeft ? wave : *partner);
+        AddSamples(isLeft ? *partner : wave);
         Link();
     }
 
@@ -268,8 +281,8 @@ private:
     const ExportSet& set_;
     SampleList list_;
     std::unordered_map<const Waveform*, Use> uses_;
-    std::unordered_map<const Waveform*, Waveform*> partners_;
-    std::unordered_set<const Waveform*> lefts_;
+    std::vector<Played> played_;    ///< instrument by instrument
+    std::vector<std::size_t> ends_; ///< of each instrument's in played_
 };
 
 } // namespace

@@ -9,6 +9,7 @@
 #include <array>
 #include <bit>
 #include <cstdlib>
+#include <cstring>
 #include <iterator>
 #include <optional>
 #include <span>
@@ -320,9 +321,13 @@ ZoneMarks::ZoneMarks(const Zone& one, const Zone& other) noexcept
         differs[i] = one.generators[i] != other.generators[i] ? 1 : 0;
     for (std::size_t i = 0; i < kSlots; ++i)
         differs[kGenerators + i] = one.slots[i] != other.slots[i] ? 1 : 0;
-    for (std::size_t i = 0; i < kAmounts; ++i)
-        if (differs[i] != 0)
-            Add(i);
+    for (std::size_t octet = 0; octet < differs.size() / 8; ++octet) {
+        std::uint64_t bits = 0;
+        std::memcpy(&bits, &differs[octet * 8], 8);
+        // Brings the lowest bits of the eight bytes side by side, the first one lowest.
+        bits *= std::endian::native == std::endian::little ? 0x0102040810204080 : 0x8040201008040201;
+        words_[octet / 8] |= (bits >> 56) << octet % 8 * 8;
+    }
 }
 
 /// Of what is left of the amounts when the first zone's relative ones are taken off.
