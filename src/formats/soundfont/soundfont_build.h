@@ -22,7 +22,7 @@ struct OutSample {
     static constexpr unsigned kWhole = 2;
     Waveform* wave = nullptr;
     unsigned channel = kWhole; ///< 0 or 1 of a stereo waveform
-    std::string name;          ///< as in the file: at most 20 bytes, unlike all others
+    std::string name;          ///< as in the file: at most 20 bytes, unlike all others; empty at first
     std::uint32_t loopStart = 0;
     std::uint32_t loopEnd = 0; ///< frames; equal to loopStart: no loop
     std::uint8_t rootKey = 60;
@@ -40,6 +40,7 @@ struct SampleList {
 /// waveform, or two mono ones that regions in different layers play at the two sides, or two that nothing
 /// plays and that are named as halves.
 SampleList ListSamples(const ExportSet& set);
+void NameSamples(SampleList& list);
 
 /// A loop as the bank holds it: whole frames inside the waveform, forward.
 LoopInfo WholeLoop(const LoopInfo& loop, std::uint32_t frames) noexcept;

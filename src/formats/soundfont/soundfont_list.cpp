@@ -78,7 +78,6 @@ public:
         PairUnused();
         for (Waveform* wave : set_.Waveforms())
             Add(*wave);
-        SetNames();
         return std::move(list_);
     }
 
@@ -244,46 +243,26 @@ private:
         sample.loopEnd = static_cast<std::uint32_t>(loop.end);
     }
 
-    void SetNames()
-    {
-        FieldNames names;
-        names.Reserve("EOS"); // ends the list
-        for (std::size_t i = 0; i < list_.samples.size(); ++i) {
-            OutSample& sample = list_.samples[i];
-            const bool isStereo = sample.channel != OutSample::kWhole;
-            if (!isStereo && sample.type == kSampleMono) {
-                sample.name = names.Take(NarrowNameOf(sample.wave->GetName()));
-                continue;
-            }
-            OutSample& other = list_.samples[++i];
-            const NamePair pair =
-                isStereo ? names.TakePair(NarrowNameOf(WithoutStereoSuffix(sample.wave->GetName())))
-                         : PairNames(names, *sample.wave, *other.wave);
-            sample.name = pair.left;
-            other.name = pair.right;
-        }
-    }
-
-    /// Halves named as splitting a stereo waveform names them are named by their stem, so that joining and
-    /// splitting them gives the same names.
-    static NamePair PairNames(FieldNames& names, const Waveform& left, const Waveform& right)
-    {
-        const std::u16string_view one = left.GetName(), other = right.GetName();
-        if (one.ends_with(u" -L") && other.ends_with(u" -R"))
-            return names.TakePair(NarrowNameOf(one.substr(0, one.size() - 3)));
-        NamePair pair{NarrowNameOf(one), NarrowNameOf(other)};
-        if (names.TakeBoth(pair.left, pair.right))
-            return pair;
-        const SideEnding ending = FindSideEnding(one);
-        return names.TakePair(NarrowNameOf(ending.stem != 0 ? one.substr(0, ending.stem) : one));
-    }
-
     const ExportSet& set_;
     SampleList list_;
     std::unordered_map<const Waveform*, Use> uses_;
     std::vector<Played> played_;    ///< instrument by instrument
     std::vector<std::size_t> ends_; ///< of each instrument's in played_
 };
+
+/// Halves named as splitting a stereo waveform names them are named by their stem, so that joining and
+/// splitting them gives the same names.
+NamePair PairNames(FieldNames& names, const Waveform& left, const Waveform& right)
+{
+    const std::u16string_view one = left.GetName(), other = right.GetName();
+    if (one.ends_with(u" -L") && other.ends_with(u" -R"))
+        return names.TakePair(NarrowNameOf(one.substr(0, one.size() - 3)));
+    NamePair pair{NarrowNameOf(one), NarrowNameOf(other)};
+    if (names.TakeBoth(pair.left, pair.right))
+        return pair;
+    const SideEnding ending = FindSideEnding(one);
+    return names.TakePair(NarrowNameOf(ending.stem != 0 ? one.substr(0, ending.stem) : one));
+}
 
 } // namespace
 
@@ -315,6 +294,26 @@ LoopInfo LoopOf(const OutSample& sample) noexcept
 SampleList ListSamples(const ExportSet& set)
 {
     return ListMaker(set).Make();
+}
+
+void NameSamples(SampleList& list)
+{
+    FieldNames names;
+    names.Reserve("EOS"); // ends the list
+    for (std::size_t i = 0; i < list.samples.size(); ++i) {
+        OutSample& sample = list.samples[i];
+        const bool isStereo = sample.channel != OutSample::kWhole;
+        if (!isStereo && sample.type == kSampleMono) {
+            sample.name = names.Take(NarrowNameOf(sample.wave->GetName()));
+            continue;
+        }
+        OutSample& other = list.samples[++i];
+        const NamePair pair = isStereo
+                                  ? names.TakePair(NarrowNameOf(WithoutStereoSuffix(sample.wave->GetName())))
+                                  : PairNames(names, *sample.wave, *other.wave);
+        sample.name = pair.left;
+        other.name = pair.right;
+    }
 }
 
 } // namespace vimbo::sf2

@@ -131,11 +131,13 @@ ParamId SendId(ParamId first, std::size_t slot) noexcept
     return static_cast<ParamId>(first + kSendParams * slot);
 }
 
-void DropSends(ArticulationBlock& out)
+/// All but those that are given values anyway: blocks share their values until one changes.
+void DropSendsBut(SendSlots kept, ArticulationBlock& out)
 {
     for (std::size_t slot = 0; slot < kChannelFxSlots; ++slot)
-        for (const ParamId id : {SendId(kArtSend, slot), SendId(kArtCcToSend, slot)})
-            out.Inherit(id, DefaultArticulation()[id]);
+        if (slot != kept.reverb && slot != kept.chorus)
+            for (const ParamId id : {SendId(kArtSend, slot), SendId(kArtCcToSend, slot)})
+                out.Inherit(id, DefaultArticulation()[id]);
 }
 
 void ReadSend(const Zone& zone, SendSource send, std::optional<std::size_t> slot, ArticulationBlock& out)
@@ -175,7 +177,7 @@ void ReadMixWith(const Zone& zone, SendSlots sends, ArticulationBlock& out)
     ReadTuning(zone, out);
     ReadVolume(zone, out);
     Put(out, kArtPan, zone.generators[kGenPan] * 0.002);
-    DropSends(out);
+    DropSendsBut(sends, out);
     ReadSend(zone, kReverb, sends.reverb, out);
     ReadSend(zone, kChorus, sends.chorus, out);
 }

@@ -230,12 +230,18 @@ bool WriteSoundFont(Item& root, FileObject& file, FormatChoice& choice)
     const bool version1 = choice.variant == kSoundFont1;
     ExportSet set;
     set.Fill(root, IncludeWaves::Yes);
-    const sf2::SampleList samples = sf2::ListSamples(set);
+    sf2::SampleList samples = sf2::ListSamples(set);
     if (version1 && samples.samples.empty())
         return Fail(u"A SoundFont v1 bank needs at least one waveform");
+    if (version1) // its names stand before the data
+        sf2::NameSamples(samples);
     Host& host = root.Owner().GetHost();
     const sf2::Coding coding = sf2::CodingOf(samples, choice);
-    const auto pack = [&] { return sf2::PackTables(set, samples, root, version1 ? sf2::kVersion1 : 2); };
+    const auto pack = [&] {
+        if (!version1)
+            sf2::NameSamples(samples);
+        return sf2::PackTables(set, samples, root, version1 ? sf2::kVersion1 : 2);
+    };
     std::unique_ptr<sf2::OutTables> tables;
     // Much work is not done for tables that do not fit.
     if (coding.compress && (tables = pack()) == nullptr)
