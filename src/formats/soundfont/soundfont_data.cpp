@@ -1,7 +1,6 @@
 #include "formats/soundfont/soundfont_data.h"
 
 #include "base/last_error.h"
-#include "base/staged_writer.h"
 #include "dsp/kernels/sample_convert.h"
 #include "model/collection.h"
 #include "model/sample_source.h"
@@ -22,6 +21,8 @@ constexpr std::size_t kPieceFrames = 65536;
 constexpr std::uint32_t kGapFrames = 46;
 constexpr std::size_t kWordBytes = 2;
 constexpr std::u16string_view kAborted = u"Save aborted!";
+/// Between looks at whether the user still wants it.
+constexpr std::chrono::milliseconds kLook{50};
 
 /// True for sources whose bytes are those that a bank of 16 bits holds.
 bool HoldsWords(const SampleSource& source) noexcept
@@ -155,43 +156,49 @@ DataPlan PlanData(const std::vector<OutSample>& samples, const Streams& streams,
 
 WordCopy::WordCopy(FileObject& file, const DataPlan& plan, std::uint64_t words,
                    const std::vector<OutSample>& samples)
-    : file_(file), names_(samples), isCopied_(samples.size(), false)
+    : names_(samples), rangeOf_(samples.size(), kNone)
 {
     std::unordered_map<std::u16string, std::size_t> places;
+    std::vector<std::u16string> paths;
+    std::vector<RangeCopy::Range> ranges;
     for (std::size_t i = 0; i < samples.size() && !plan.is24; ++i) {
         const Extent& extent = plan.extents[i];
         std::optional<SampleSource> source = extent.isStream ? std::nullopt : WordsOf(samples[i]);
         if (!source)
             continue;
-        const auto [place, isNew] = places.try_emplace(source->path, paths_.size());
+        const auto [place, isNew] = places.try_emplace(source->path, paths.size());
         if (isNew)
-            paths_.push_back(std::move(source->path));
+            paths.push_back(std::move(source->path));
         const std::uint64_t held =
             std::min<std::uint64_t>(source->frames, samples[i].wave->frames) * kWordBytes;
-        ranges_.push_back({i, place->second, source->offset, held, words + extent.offset, extent.bytes});
-        bytes_ += extent.bytes;
+        rangeOf_[i] = ranges.size();
+        sampleOf_.push_back(i);
+        ranges.push_back({place->second, source->offset, held, words + extent.offset, extent.bytes});
     }
-    if (ranges_.empty()) {
-        isDone_ = true;
+    if (ranges.empty())
         return;
-    }
+    copy_.emplace(file, std::move(paths), std::move(ranges));
     try {
+        isDone_ = false;
         thread_ = std::jthread([this] { Run(); });
     } catch (const std::system_error&) {
-        Run(); // no thread to be had: it takes its time now
+        isDone_ = true; // no thread to be had: all is done at the end
     }
 }
 
 WordCopy::~WordCopy()
 {
-    isStopped_ = true;
+    if (copy_)
+        copy_->Stop();
 }
 
 /// Runs without the items, so that these can be looked at meanwhile.
 void WordCopy::Run() noexcept
 {
     try {
-        Copy();
+        RangeCopy::Helper helper(*copy_);
+        while (helper.Step()) {
+        }
     } catch (const std::bad_alloc&) {
         // What is not copied goes the usual way.
     }
@@ -200,50 +207,41 @@ void WordCopy::Run() noexcept
     done_.notify_all();
 }
 
-void WordCopy::Copy()
+bool WordCopy::GoesOn(Host& host) const
 {
-    using Copied = StagedWriter::Copied;
-    StagedWriter out(file_, bytes_);
-    FileObject source;
-    std::optional<std::size_t> opened;
-    std::uint64_t sourceBytes = 0;
-    for (const Range& range : ranges_) {
-        if (isStopped_)
-            return;
-        at_ = range.sample;
-        if (opened != range.path) {
-            opened = range.path;
-            sourceBytes = source.Open(paths_[range.path], FileMode::Read) ? source.Size() : 0;
+    if (host.IsCancelled())
+        return Fail(kAborted);
+    const std::size_t at = sampleOf_[copy_->At()];
+    host.SetProgress(names_[at].wave->GetName(),
+                     static_cast<double>(at) / static_cast<double>(names_.size()));
+    return true;
+}
+
+bool WordCopy::Help(Host& host)
+{
+    using Clock = std::chrono::steady_clock;
+    RangeCopy::Helper helper(*copy_);
+    auto looked = Clock::now();
+    while (helper.Step())
+        if (Clock::now() - looked >= kLook) {
+            looked = Clock::now();
+            if (!GoesOn(host))
+                return false;
         }
-        // What is wrong with such a file is told where its frames are read.
-        if (range.from > sourceBytes || range.held > sourceBytes - range.from)
-            continue;
-        isWritten_ = out.MoveTo(range.to);
-        const Copied copied =
-            isWritten_ ? out.AppendFrom(source, range.from, range.held) : Copied::CannotWrite;
-        isCopied_[range.sample] = copied == Copied::All;
-        if (copied == Copied::CannotRead)
-            continue;
-        isWritten_ = copied == Copied::All && out.AppendZeros(range.bytes - range.held);
-        if (!isWritten_)
-            return;
-    }
-    isWritten_ = out.Flush();
+    return true;
 }
 
 bool WordCopy::Finish(Host& host)
 {
-    constexpr std::chrono::milliseconds kLook{50};
+    if (!copy_)
+        return true;
+    if (!GoesOn(host) || !Help(host))
+        return false;
     std::unique_lock lock(mutex_);
-    do {
-        if (host.IsCancelled())
-            return Fail(kAborted);
-        const std::size_t at = at_;
-        if (at < names_.size())
-            host.SetProgress(names_[at].wave->GetName(),
-                             static_cast<double>(at) / static_cast<double>(names_.size()));
-    } while (!done_.wait_for(lock, kLook, [this] { return isDone_; }));
-    return isWritten_ || Fail(kCannotWrite);
+    while (!done_.wait_for(lock, kLook, [this] { return isDone_; }))
+        if (!GoesOn(host))
+            return false;
+    return copy_->IsWritten() || Fail(kCannotWrite);
 }
 
 bool WriteRest(FileObject& file, const DataPlan& plan, std::uint64_t words, std::uint64_t lowBytes,

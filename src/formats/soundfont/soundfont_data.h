@@ -1,11 +1,12 @@
 // Where the samples lie in a bank, and their way there.
 #pragma once
 
+#include "base/range_copy.h"
 #include "formats/soundfont/soundfont_frames.h"
 
-#include <atomic>
 #include <condition_variable>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -29,7 +30,7 @@ struct DataPlan {
 DataPlan PlanData(const std::vector<OutSample>& samples, const Streams& streams, bool is24);
 
 /// Samples that some file holds as the bank wants them, on their way there in a thread of their own: most of
-/// the bank, copied while its tables are made.
+/// the bank, copied while its tables are made. Whoever waits for the end helps.
 class WordCopy {
 public:
     /// Begins. `file` and the samples' files are not to be written until Finish; `smpl` begins at `words`.
@@ -43,29 +44,26 @@ public:
     /// Waits for the end. @return false with the Last error text; nothing is to be written then
     [[nodiscard]] bool Finish(Host& host);
     /// After that: whether the sample is in its place, with the silence behind it.
-    bool Holds(std::size_t sample) const noexcept { return isCopied_[sample]; }
+    bool Holds(std::size_t sample) const noexcept
+    {
+        return rangeOf_[sample] != kNone && copy_->Holds(rangeOf_[sample]);
+    }
 
 private:
-    /// A sample's bytes in a file and in the bank.
-    struct Range {
-        std::size_t sample, path;
-        std::uint64_t from, held, to, bytes;
-    };
-    void Run() noexcept;
-    void Copy();
+    static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
 
-    FileObject& file_;
+    void Run() noexcept;
+    /// @return false with the Last error text if the user wants no more of it
+    bool Help(Host& host);
+    bool GoesOn(Host& host) const;
+
     const std::vector<OutSample>& names_; ///< not touched by the thread
-    std::vector<std::u16string> paths_;
-    std::vector<Range> ranges_;
-    std::uint64_t bytes_ = 0;
-    std::vector<bool> isCopied_;
-    bool isWritten_ = true;
-    std::atomic<std::size_t> at_ = 0; ///< sample that is being copied
-    std::atomic<bool> isStopped_ = false;
+    std::vector<std::size_t> rangeOf_;    ///< each sample's number in copy_, or kNone
+    std::vector<std::size_t> sampleOf_;   ///< of each range
+    std::optional<RangeCopy> copy_;
     std::mutex mutex_;
     std::condition_variable done_;
-    bool isDone_ = false;
+    bool isDone_ = true;  ///< the thread
     std::jthread thread_; ///< ends before the rest goes
 };
 
