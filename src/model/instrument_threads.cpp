@@ -16,19 +16,26 @@ constexpr std::size_t kWorthThreads = 2000; // regions
 
 void ForEachInstrument(Collection& collection, const std::function<void(Instrument&)>& work)
 {
-    const std::vector<Instrument*> instruments = collection.List<Instrument>();
-    if (collection.CountOf(ItemKind::Region) < kWorthThreads || instruments.size() < 2 || CoreCount() < 2) {
-        for (Instrument* instrument : instruments)
-            work(*instrument);
+    ForEachInstrument(collection.List<Instrument>(),
+                      [&work](Instrument& instrument, std::size_t /*place*/) { work(instrument); });
+}
+
+void ForEachInstrument(std::span<Instrument* const> instruments,
+                       const std::function<void(Instrument&, std::size_t)>& work)
+{
+    if (instruments.size() < 2 || instruments.front()->Owner().CountOf(ItemKind::Region) < kWorthThreads ||
+        CoreCount() < 2) {
+        for (std::size_t i = 0; i < instruments.size(); ++i)
+            work(*instruments[i], i);
         return;
     }
     std::mutex mutex;
     std::exception_ptr thrown;
     {
-        const LateRemovalScope scope(collection);
+        const LateRemovalScope scope(instruments.front()->Owner());
         RunJobs(instruments.size(), 0, [&](std::size_t i) {
             try {
-                work(*instruments[i]);
+                work(*instruments[i], i);
             } catch (...) {
                 const std::lock_guard lock(mutex);
                 thrown = std::current_exception();

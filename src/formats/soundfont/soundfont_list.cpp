@@ -3,6 +3,7 @@
 #include "formats/soundfont/soundfont_build.h"
 #include "formats/soundfont/soundfont_names.h"
 #include "model/collection.h"
+#include "model/instrument_threads.h"
 #include "model/sample_source.h"
 #include "model/side_names.h"
 #include "model/stereo_maker.h"
@@ -25,6 +26,27 @@ bool IsWritable(const Waveform& wave) noexcept
     return wave.frames != 0 && (wave.channels == 1 || wave.channels == 2);
 }
 
+struct Use;
+
+/// A region that plays something.
+struct Played {
+    Played(const Region& from, Waveform& plays, std::size_t number)
+        : wave(&plays), layer(number),
+          zone(from.trigger.keys.Word() | std::uint32_t{from.trigger.velocities.Word()} << 16),
+          pan(from.articulation[kArtPan]), rootKey(from.EffectiveRootKey()),
+          loop(WholeLoop(GetEffectiveLoop(from), plays.frames))
+    {
+    }
+
+    Waveform* wave;
+    std::size_t layer;
+    std::uint32_t zone; ///< its keys and velocities
+    float pan;
+    std::uint8_t rootKey;
+    LoopInfo loop;
+    Use* use = nullptr; ///< of the waveform
+};
+
 /// What the regions of a waveform have in common, and its pair.
 struct Use {
     std::size_t regions = 0;
@@ -36,20 +58,18 @@ struct Use {
     Waveform* partner = nullptr; ///< the other half of a pair
     bool isLeft = false;         ///< of a pair
 
-    void Add(const Region& region, const Waveform& wave)
+    void Add(const Played& region)
     {
-        const LoopInfo own = WholeLoop(GetEffectiveLoop(region), wave.frames);
-        const float pan = region.articulation[kArtPan];
         if (regions++ == 0) {
-            loop = own;
-            rootKey = region.EffectiveRootKey();
+            loop = region.loop;
+            rootKey = region.rootKey;
         }
-        agree = agree && own == loop && region.EffectiveRootKey() == rootKey;
-        if (!firstLooped && own.type != LoopType::Off)
-            firstLooped = own;
-        allLeft = allLeft && pan == -1;
-        allRight = allRight && pan == 1;
-        allMiddle = allMiddle && pan == 0;
+        agree = agree && region.loop == loop && region.rootKey == rootKey;
+        if (!firstLooped && region.loop.type != LoopType::Off)
+            firstLooped = region.loop;
+        allLeft = allLeft && region.pan == -1;
+        allRight = allRight && region.pan == 1;
+        allMiddle = allMiddle && region.pan == 0;
     }
 };
 
@@ -70,11 +90,8 @@ public:
     SampleList Make()
     {
         GatherUses();
-        std::size_t first = 0;
-        for (const std::size_t end : ends_) {
-            PairRegions(std::span(played_).subspan(first, end - first));
-            first = end;
-        }
+        for (const std::vector<Played>& regions : played_)
+            PairRegions(regions);
         PairUnused();
         for (Waveform* wave : set_.Waveforms())
             Add(*wave);
@@ -82,33 +99,32 @@ public:
     }
 
 private:
-    /// A region that plays something.
-    struct Played {
-        const Region* region;
-        Waveform* wave;
-        Use* use; ///< of the waveform
-        std::size_t layer;
-    };
-
+    /// Regions are scattered in memory: what is needed of them is looked up on all cores, and put together in
+    /// their order.
     void GatherUses()
     {
-        for (const Instrument* instrument : set_.Instruments()) {
-            std::size_t number = 0;
-            for (const Layer* layer : instrument->Layers()) {
-                for (const Region* region : layer->Regions())
-                    if (Waveform* wave = region->Wave(); wave != nullptr && IsWritable(*wave))
-                        Gather(*region, *wave, number);
-                ++number;
+        played_.resize(set_.Instruments().size());
+        ForEachInstrument(set_.Instruments(), [this](const Instrument& instrument, std::size_t place) {
+            played_[place] = PlayedBy(instrument);
+        });
+        for (std::vector<Played>& regions : played_)
+            for (Played& region : regions) {
+                region.use = &uses_[region.wave];
+                region.use->Add(region);
             }
-            ends_.push_back(played_.size());
-        }
     }
 
-    void Gather(const Region& region, Waveform& wave, std::size_t layer)
+    static std::vector<Played> PlayedBy(const Instrument& instrument)
     {
-        Use& use = uses_[&wave];
-        use.Add(region, wave);
-        played_.push_back({&region, &wave, &use, layer});
+        std::vector<Played> played;
+        std::size_t number = 0;
+        for (const Layer* layer : instrument.Layers()) {
+            for (const Region* region : layer->Regions())
+                if (Waveform* wave = region->Wave(); wave != nullptr && IsWritable(*wave))
+                    played.emplace_back(*region, *wave, number);
+            ++number;
+        }
+        return played;
     }
 
     const Use* UseOf(const Waveform& wave) const
@@ -135,20 +151,17 @@ private:
     void PairRegions(std::span<const Played> regions)
     {
         using Right = std::pair<std::uint32_t, const Played*>;
-        const auto zoneOf = [](const Region& region) {
-            return region.trigger.keys.Word() | std::uint32_t{region.trigger.velocities.Word()} << 16;
-        };
         std::vector<Right> rights; // by zones, and in their order
         for (const Played& region : regions)
             if (region.wave->channels == 1 && region.use->allRight)
-                rights.push_back({zoneOf(*region.region), &region});
+                rights.push_back({region.zone, &region});
         if (rights.empty())
             return;
         std::ranges::stable_sort(rights, {}, &Right::first);
         for (const Played& left : regions) {
             if (left.wave->channels != 1 || !left.use->allLeft || left.use->partner != nullptr)
                 continue;
-            const auto line = std::ranges::equal_range(rights, zoneOf(*left.region), {}, &Right::first);
+            const auto line = std::ranges::equal_range(rights, left.zone, {}, &Right::first);
             for (const auto& [zone, right] : line | std::views::take(kTried))
                 if (right->layer != left.layer && CanPair(*left.wave, *left.use, *right->wave, *right->use)) {
                     Pair(*left.wave, *left.use, *right->wave, *right->use);
@@ -246,8 +259,7 @@ private:
     const ExportSet& set_;
     SampleList list_;
     std::unordered_map<const Waveform*, Use> uses_;
-    std::vector<Played> played_;    ///< instrument by instrument
-    std::vector<std::size_t> ends_; ///< of each instrument's in played_
+    std::vector<std::vector<Played>> played_; ///< by each instrument
 };
 
 /// Halves named as splitting a stereo waveform names them are named by their stem, so that joining and
