@@ -414,5 +414,18 @@ TEST(EnvelopeForms, AMillisecondBesideALongStageStays)
     }
 }
 
+TEST(EnvelopeForms, FactorsThatAllStagesShareComeBack)
+{
+    DahdsrEnvelope six{
+        .delay = 0.25f, .attack = 0.5f, .hold = 0.125f, .decay = 8, .sustain = 0.5f, .release = 3};
+    six.velocityToDelay = six.velocityToAttack = six.velocityToHold = six.velocityToDecay = 0.5f;
+    six.keyToDelay = six.keyToAttack = six.keyToHold = six.keyToDecay = 1.25f;
+    six.velocityToRelease = 2;
+    six.keyToRelease = 0.75f;
+    six.releaseMode = ReleaseMode::NoRelease;
+    for (const bool isVolume : {false, true})
+        EXPECT_EQ(ToDahdsr(FromDahdsr(six), isVolume), six);
+}
+
 } // namespace
 } // namespace vimbo

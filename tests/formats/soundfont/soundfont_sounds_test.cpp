@@ -97,6 +97,14 @@ TEST_F(SharedSounds, ArticulationsAreWrittenAsEachForItself)
                 block.Set(id, id == kArtFilterType ? static_cast<float>(Pick(0, 12)) : value);
             }
     }
+    // Each value counts, also by itself.
+    for (ParamId id = 0; id < kArticulationParams; ++id) {
+        const ParamRow& row = ArticulationParamRow(id);
+        const bool isHighest = blocks[0][id] == row.maximum;
+        ArticulationBlock other = blocks[0];
+        other.Set(id, isHighest ? row.minimum : row.maximum);
+        blocks.push_back(other);
+    }
     ZoneCache cache;
     for (const ArticulationBlock& block : blocks)
         for (const float gainDb : {0.0f, -6.03f}) {

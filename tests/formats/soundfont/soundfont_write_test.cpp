@@ -2,6 +2,7 @@
 #include "base/text.h"
 #include "formats/open.h"
 #include "formats/soundfont/soundfont.h"
+#include "formats/soundfont/soundfont_build.h"
 #include "formats/soundfont/soundfont_tables.h"
 #include "formats/soundfont/soundfont_units1.h"
 #include "model/consistency.h"
@@ -176,7 +177,7 @@ TEST(SoundFontWrite, ZonesThatDifferByAnAmountShareAnInstrument)
         Layer& layer = AddInstrument(items, name, static_cast<unsigned>(tuning)).AddLayer(u"Same");
         for (const std::uint8_t key : {std::uint8_t{10}, std::uint8_t{20}}) {
             Region& region = layer.AddRegion(wave.Handle(), {key, key});
-            region.articulation.Set(kArtTuning, tuning + (key == 20 && tuning == 2 ? 1.0f : 0.0f));
+            region.articulation.Set(kArtTuning, tuning + (key == 10 ? 0.0f : tuning == 2 ? 1.0f : -1.0f));
         }
         ++tuning;
     }
@@ -186,6 +187,34 @@ TEST(SoundFontWrite, ZonesThatDifferByAnAmountShareAnInstrument)
     EXPECT_EQ(bank.PresetZones(1), "51=1 41=0 ");
     EXPECT_EQ(bank.PresetZones(2), "41=1 ");
     EXPECT_EQ(bank.InstrumentZones(1), "43=2570 51=2 53=0 | 43=5140 51=3 53=0 ");
+}
+
+TEST(SoundFontWrite, TheBandThatItsLayerAgreesWithComesFirst)
+{
+    Collection items;
+    Waveform& wave = AddWave(items, u"Wave", 64);
+    // In the first layer what a band agrees on, in the second what is above, as its band does not agree.
+    for (const float own : {3.0f, 0.0f}) {
+        Layer& layer = AddInstrument(items, u"I", static_cast<unsigned>(own)).AddLayer(u"L");
+        layer.articulation.Set(kArtTuning, own);
+        for (const MidiRange velocities : {MidiRange{0, 63}, MidiRange{64, 127}})
+            for (const std::uint8_t key : {std::uint8_t{10}, std::uint8_t{20}}) {
+                const bool isFirst = velocities.low == 0, isVaried = isFirst == (own == 3);
+                layer.AddRegion(wave.Handle(), {key, key}, velocities)
+                    .articulation.Set(kArtTuning, isVaried ? key * 0.1f : 3.0f);
+            }
+    }
+    ExportSet set;
+    set.Fill(items, IncludeWaves::Yes);
+    const SampleList samples = ListSamples(set);
+    ZoneCache cache;
+    for (const Instrument* instrument : set.Instruments()) {
+        const std::vector<OutLayer> layers = LayersOf(*instrument, samples, 2, cache);
+        ASSERT_EQ(layers.size(), 1u);
+        const std::vector<OutLayer> bands = BandsOf(layers[0], BandAxis::Velocities);
+        ASSERT_EQ(bands.size(), 2u);
+        EXPECT_EQ(bands[0].velocities, MidiRange(64, 127)) << instrument->location.word;
+    }
 }
 
 TEST(SoundFontWrite, LayersWithoutNamesShareInstrumentsToo)
