@@ -12,7 +12,6 @@
 #include <cmath>
 #include <map>
 #include <optional>
-#include <ranges>
 #include <span>
 
 namespace vimbo::sf2 {
@@ -161,12 +160,15 @@ private:
         for (const Played& left : regions) {
             if (left.wave->channels != 1 || !left.use->allLeft || left.use->partner != nullptr)
                 continue;
-            const auto line = std::ranges::equal_range(rights, left.zone, {}, &Right::first);
-            for (const auto& [zone, right] : line | std::views::take(kTried))
-                if (right->layer != left.layer && CanPair(*left.wave, *left.use, *right->wave, *right->use)) {
-                    Pair(*left.wave, *left.use, *right->wave, *right->use);
+            auto at = std::ranges::lower_bound(rights, left.zone, {}, &Right::first);
+            for (std::size_t tried = 0; tried < kTried && at != rights.end() && at->first == left.zone;
+                 ++tried, ++at) {
+                const Played& right = *at->second;
+                if (right.layer != left.layer && CanPair(*left.wave, *left.use, *right.wave, *right.use)) {
+                    Pair(*left.wave, *left.use, *right.wave, *right.use);
                     break;
                 }
+            }
         }
     }
 
