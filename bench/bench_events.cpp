@@ -250,7 +250,7 @@ std::uint64_t CountParts(const std::vector<std::byte>& block, std::index_sequenc
     std::tuple walks{EventWalk(parts[kParts])...};
     std::array<TrackEvent, sizeof...(kParts)> events;
     std::uint64_t count = 0;
-    while ((std::get<kParts>(walks).Next(events[kParts]) & ...))
+    while (((std::get<kParts>(walks).Next(events[kParts]) ? 1u : 0u) & ...) != 0)
         count += sizeof...(kParts);
     return count;
 }

@@ -82,7 +82,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (size < kPlaceBytes)
         return 0;
     const auto bytes = std::as_bytes(std::span(data, size)).subspan(kPlaceBytes);
-    CheckStream(bytes, data[0] | data[1] << 8 | data[2] << 16);
+    CheckStream(bytes, data[0] | std::uint32_t{data[1]} << 8 | std::uint32_t{data[2]} << 16);
     CheckFrames(bytes);
     return 0;
 }

@@ -460,7 +460,8 @@ TEST(MpegAudio, PassesOverWhatIsNoFrame)
     // 1152.
     Bytes claimed(stream.begin(), stream.begin() + 5 * 418);
     const Bytes mark = ToBytes("LAME");
-    const auto place = std::ranges::search(claimed, mark).begin() - claimed.begin();
+    const auto place =
+        std::search(claimed.begin(), claimed.end(), mark.begin(), mark.end()) - claimed.begin();
     ASSERT_LT(place, 400);
     claimed[static_cast<std::size_t>(place) + 21] = std::byte{0xFF};
     claimed[static_cast<std::size_t>(place) + 22] |= std::byte{0xF0};

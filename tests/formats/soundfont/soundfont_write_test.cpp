@@ -213,7 +213,7 @@ TEST(SoundFontWrite, TheBandThatItsLayerAgreesWithComesFirst)
         ASSERT_EQ(layers.size(), 1u);
         const std::vector<OutLayer> bands = BandsOf(layers[0], BandAxis::Velocities);
         ASSERT_EQ(bands.size(), 2u);
-        EXPECT_EQ(bands[0].velocities, MidiRange(64, 127)) << instrument->location.word;
+        EXPECT_EQ(bands[0].velocities, (MidiRange{64, 127})) << instrument->location.word;
     }
 }
 
