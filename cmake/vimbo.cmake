@@ -13,7 +13,7 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
     target_compile_options(vimbo_warnings INTERFACE -Wno-restrict)
 endif()
 # Under sanitizers g++ warns of paths that cannot be taken: those builds are for their tests, not for warnings.
-if(VIMBO_WERROR AND NOT VIMBO_SANITIZE)
+if(VIMBO_WERROR AND (NOT VIMBO_SANITIZE OR CMAKE_CXX_COMPILER_ID MATCHES "Clang"))
     target_compile_options(vimbo_warnings INTERFACE -Werror)
 endif()
 
