@@ -70,10 +70,7 @@ unsigned PickKbit(const Mp2Settings& settings) noexcept
 
 std::uint32_t NearestMp2Rate(std::uint32_t rateHz) noexcept
 {
-    const auto distance = [rateHz](std::uint32_t rate) {
-        return rate > rateHz ? rate - rateHz : rateHz - rate;
-    };
-    return *std::ranges::min_element(kRatesHz, {}, distance);
+    return NearestRate(kRatesHz, rateHz);
 }
 
 struct Mp2Encoder::State {

@@ -107,10 +107,7 @@ std::vector<std::byte> MakeInfoFrame(const Mp3Settings& settings, std::uint32_t 
 
 std::uint32_t NearestMp3Rate(std::uint32_t rateHz) noexcept
 {
-    const auto distance = [rateHz](std::uint32_t rate) {
-        return rate > rateHz ? rate - rateHz : rateHz - rate;
-    };
-    return *std::ranges::min_element(kRatesHz, {}, distance);
+    return NearestRate(kRatesHz, rateHz);
 }
 
 struct Mp3Encoder::State {

@@ -3,7 +3,20 @@
 
 #include "codecs/packet_stream.h"
 
+#include <algorithm>
+#include <cstdint>
+#include <span>
+
 namespace vimbo {
+
+/// The one of an encoder's sample rates (at least one) that is nearest; of two the first.
+inline std::uint32_t NearestRate(std::span<const std::uint32_t> ratesHz, std::uint32_t rateHz) noexcept
+{
+    const auto distance = [rateHz](std::uint32_t rate) {
+        return rate > rateHz ? rate - rateHz : rateHz - rate;
+    };
+    return *std::ranges::min_element(ratesHz, {}, distance);
+}
 
 /// An encoder that was started with a sink.
 class MpegEncoder {
